@@ -1,0 +1,41 @@
+# Helpers shared by every CMakeLists of the project.
+#
+# The library is assembled from one OBJECT library per subsystem
+# (imu_add_part). The same objects make libimu.so and imu_static; tests and
+# benchmarks link imu_static, so they reach internal names that the shared
+# library hides.
+
+set(IMU_SRC_DIR ${PROJECT_SOURCE_DIR}/src)
+
+function(imu_warnings target)
+    target_compile_options(${target} PRIVATE
+        -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wdouble-promotion
+        -Wmissing-declarations -Wformat=2 -Wnull-dereference
+        -Wimplicit-fallthrough -Wundef
+        $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op>)
+    if(IMU_WERROR)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+endfunction()
+
+# Results must not depend on whether a compiler fuses a multiply and an add.
+add_compile_options(-ffp-contract=off)
+
+# imu_add_part(<name> SOURCES <files...> [DEPENDS <parts...>])
+# Creates the OBJECT library imu_<name> and registers it for libimu.so.
+# DEPENDS names the parts this one builds on (the layering of the library).
+function(imu_add_part name)
+    cmake_parse_arguments(P "" "" "SOURCES;DEPENDS" ${ARGN})
+    add_library(imu_${name} OBJECT ${P_SOURCES})
+    target_include_directories(imu_${name} PUBLIC
+        ${PROJECT_SOURCE_DIR}/include ${IMU_SRC_DIR})
+    target_compile_definitions(imu_${name} PRIVATE IMU_BUILDING_LIBRARY)
+    foreach(dep ${P_DEPENDS})
+        target_link_libraries(imu_${name} PUBLIC imu_${dep})
+    endforeach()
+    if(NOT name STREQUAL "platform")
+        target_link_libraries(imu_${name} PUBLIC imu_platform)
+    endif()
+    imu_warnings(imu_${name})
+    set_property(GLOBAL APPEND PROPERTY IMU_PARTS imu_${name})
+endfunction()

@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Builds and runs the whole test suite under one CMake preset.
+# Usage: scripts/test.sh [preset]   (default, asan, tsan, clang)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+preset="${1:-default}"
+
+scripts/setup.sh
+cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset"
+ctest --preset "$preset" --progress

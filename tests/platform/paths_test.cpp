@@ -1,0 +1,53 @@
+// Fixed paths are looked up under the host root.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "imu/host.h"
+#include "platform/paths.h"
+
+namespace {
+
+using imu::platform::FixedPath;
+
+TEST(Paths, RealPathsByDefault) {
+    char out[256];
+    EXPECT_STREQ(imu_host_root(), "");
+    EXPECT_EQ(imu::platform::fixed_path(FixedPath::kCalibrationFile, out, sizeof out), 24);
+    EXPECT_STREQ(out, "/data/system/velmoGR.ini");
+}
+
+TEST(Paths, RootIsPrefixedToEveryPath) {
+    imu_host_set_root("/tmp/r");
+    char out[256];
+    imu::platform::fixed_path(FixedPath::kSysClassInputSlash, out, sizeof out);
+    EXPECT_STREQ(out, "/tmp/r/sys/class/input/");
+    imu::platform::fixed_path_join(FixedPath::kDevInput, "event3", out, sizeof out);
+    EXPECT_STREQ(out, "/tmp/r/dev/input/event3");
+    imu_host_set_root(nullptr);
+    EXPECT_STREQ(imu_host_root(), "");
+}
+
+TEST(Paths, TooSmallBufferGivesEmptyPath) {
+    char out[10] = "xxxxxxxxx";
+    EXPECT_EQ(imu::platform::fixed_path(FixedPath::kTouchSocket, out, sizeof out), -1);
+    EXPECT_STREQ(out, "");
+    EXPECT_EQ(imu::platform::fixed_path_join(FixedPath::kVelmoDir, "abc", out, sizeof out), -1);
+    EXPECT_STREQ(out, "");
+}
+
+TEST(Paths, OverlongRootIsRefusedAndFilesFailCleanly) {
+    const std::string deep(5000, 'd');
+    imu_host_set_root("/tmp/r");
+    imu_host_set_root(deep.c_str());
+    EXPECT_STREQ(imu_host_root(), "/tmp/r");
+    const std::string long_root = "/" + std::string(4080, 'x');
+    imu_host_set_root(long_root.c_str());
+    EXPECT_EQ(imu::platform::fopen_fixed(FixedPath::kAccMagRawFile, "r"), nullptr);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ(imu::platform::access_fixed(FixedPath::kAccMagRawFile, F_OK), -1);
+}
+
+}  // namespace
