@@ -21,17 +21,24 @@ endfunction()
 # Results must not depend on whether a compiler fuses a multiply and an add.
 add_compile_options(-ffp-contract=off)
 
-# imu_add_part(<name> SOURCES <files...> [DEPENDS <parts...>])
-# Creates the OBJECT library imu_<name> and registers it for libimu.so.
-# DEPENDS names the parts this one builds on (the layering of the library).
+# imu_add_part(<name> [SOURCES <files...>] [DEPENDS <parts...>])
+# Creates the OBJECT library imu_<name> from the given sources, or from every
+# .cpp of the calling folder when none are given, and registers it for
+# libimu.so. DEPENDS names the parts this one builds on (the layering).
 function(imu_add_part name)
     cmake_parse_arguments(P "" "" "SOURCES;DEPENDS" ${ARGN})
+    if(NOT P_SOURCES)
+        file(GLOB P_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    endif()
+    if(NOT P_SOURCES)
+        return()  # nothing of this part has landed yet
+    endif()
     add_library(imu_${name} OBJECT ${P_SOURCES})
     target_include_directories(imu_${name} PUBLIC
         ${PROJECT_SOURCE_DIR}/include ${IMU_SRC_DIR})
     target_compile_definitions(imu_${name} PRIVATE IMU_BUILDING_LIBRARY)
     foreach(dep ${P_DEPENDS})
-        target_link_libraries(imu_${name} PUBLIC imu_${dep})
+        target_link_libraries(imu_${name} PUBLIC $<TARGET_NAME_IF_EXISTS:imu_${dep}>)
     endforeach()
     if(NOT name STREQUAL "platform")
         target_link_libraries(imu_${name} PUBLIC imu_platform)
