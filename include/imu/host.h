@@ -34,8 +34,7 @@ IMU_EXPORT void imu_host_sensor_set_present(int type, int present);
 /* Queues one event on every queue that has the sensor enabled. count values
    are copied (at most 16). Returns 1 when queued; 0 when dropped (sensor
    not enabled, unknown type, bad arguments, or the queue full). */
-IMU_EXPORT int imu_host_sensor_post(int type, const float* values, int count,
-                                    int64_t timestamp_ns);
+IMU_EXPORT int imu_host_sensor_post(int type, const float* values, int count, int64_t timestamp_ns);
 /* 1 while some event queue has the sensor enabled. */
 IMU_EXPORT int imu_host_sensor_enabled(int type);
 /* The last period requested for the sensor in microseconds, 0 if none. */

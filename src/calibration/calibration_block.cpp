@@ -34,9 +34,7 @@ void correct(const float* in, const float* offset, const float* scale, float* ou
     }
 }
 
-void copy3(const float* in, float* out) {
-    std::memcpy(out, in, 3 * sizeof(float));
-}
+void copy3(const float* in, float* out) { std::memcpy(out, in, 3 * sizeof(float)); }
 
 void load_once(std::int32_t& loaded) {
     if (loaded == 0) {
@@ -52,8 +50,8 @@ void load_once(std::int32_t& loaded) {
 int scan_block(std::FILE* f, float* block) {
     float v[kCalibFields];
     std::memcpy(v, block, sizeof v);
-    const int n = std::fscanf(f, kReadLine, &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6],
-                              &v[7], &v[8], &v[9], &v[10], &v[11], &v[12], &v[13], &v[14]);
+    const int n = std::fscanf(f, kReadLine, &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6], &v[7],
+                              &v[8], &v[9], &v[10], &v[11], &v[12], &v[13], &v[14]);
     int taken = 0;
     while (taken < n && std::isfinite(v[taken])) {
         block[taken] = v[taken];
@@ -70,9 +68,7 @@ int scan_block(std::FILE* f, float* block) {
 
 }  // namespace
 
-CalibrationState& calibration_state() noexcept {
-    return g_calib;
-}
+CalibrationState& calibration_state() noexcept { return g_calib; }
 
 }  // namespace imu
 
@@ -121,10 +117,12 @@ IMU_EXPORT int save_calibration(void) {
     }
     const float* c = g_calib.s_calib2;
     std::rewind(f);
-    std::fprintf(f, imu::kSaveLine, double{c[0]}, double{c[1]}, double{c[2]}, double{c[3]},
-                 double{c[4]}, double{c[5]}, double{c[6]}, double{c[7]}, double{c[8]},
-                 double{c[9]}, double{c[10]}, double{c[11]}, double{c[12]}, double{c[13]},
-                 double{c[14]});
+    std::fprintf(f, imu::kSaveLine, static_cast<double>(c[0]), static_cast<double>(c[1]),
+                 static_cast<double>(c[2]), static_cast<double>(c[3]), static_cast<double>(c[4]),
+                 static_cast<double>(c[5]), static_cast<double>(c[6]), static_cast<double>(c[7]),
+                 static_cast<double>(c[8]), static_cast<double>(c[9]), static_cast<double>(c[10]),
+                 static_cast<double>(c[11]), static_cast<double>(c[12]), static_cast<double>(c[13]),
+                 static_cast<double>(c[14]));
     std::fflush(f);
     std::fclose(f);
     return 0;
@@ -135,9 +133,7 @@ IMU_EXPORT int set_calibrator_mode(int mode) {
     return 0;
 }
 
-IMU_EXPORT int set_sensitive(void* /*service*/) {
-    return 0;
-}
+IMU_EXPORT int set_sensitive(void* /*service*/) { return 0; }
 
 IMU_EXPORT void apply_calibration(IMU* imu, const float* gyro_offset) {
     if (imu == nullptr || gyro_offset == nullptr) {

@@ -51,9 +51,7 @@ int fail(char* out, std::size_t cap) noexcept {
 
 }  // namespace
 
-const char* fixed_path_name(FixedPath p) noexcept {
-    return kNames[static_cast<int>(p)];
-}
+const char* fixed_path_name(FixedPath p) noexcept { return kNames[static_cast<int>(p)]; }
 
 int fixed_path(FixedPath p, char* out, std::size_t cap) noexcept {
     if (out == nullptr || cap == 0) {

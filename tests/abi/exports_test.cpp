@@ -52,9 +52,8 @@ bool starts_with(const std::string& s, const std::string& prefix) {
 // Members of the library's public classes may be exported too.
 bool is_public_class_member(const std::string& demangled) {
     static const char* const kClasses[] = {
-        "velmo_mouse_obj",         "zoom_angle_obj",          "zoom_in_out_obj",
-        "sfc_gesture_trigger",     "daemond_data_service",    "calibrator_data_service",
-        "touch_service",           "VelmoBaseEvent",
+        "velmo_mouse_obj",      "zoom_angle_obj",          "zoom_in_out_obj", "sfc_gesture_trigger",
+        "daemond_data_service", "calibrator_data_service", "touch_service",   "VelmoBaseEvent",
     };
     for (const char* c : kClasses) {
         const std::string cls(c);
@@ -68,9 +67,9 @@ bool is_public_class_member(const std::string& demangled) {
 
 // Linker and sanitizer runtime symbols that every shared object carries.
 bool is_toolchain_symbol(const std::string& name) {
-    static const char* const kPrefixes[] = {"__asan", "__odr_asan", "__ubsan", "__tsan",
-                                            "__sanitizer", "__bss_start", "_edata",
-                                            "_end", "_init", "_fini"};
+    static const char* const kPrefixes[] = {"__asan",      "__odr_asan",  "__ubsan", "__tsan",
+                                            "__sanitizer", "__bss_start", "_edata",  "_end",
+                                            "_init",       "_fini"};
     for (const char* p : kPrefixes) {
         if (starts_with(name, p)) {
             return true;

@@ -1,5 +1,7 @@
 // The calibration block: its file, and the correction on both paths.
 
+#include "calibration/calibration_block.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -7,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "calibration/calibration_block.h"
 #include "imu/calibration.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
@@ -53,24 +54,35 @@ TEST_P(CalibrationRead, LoadsWhatItCanAndKeepsTheRest) {
 
 INSTANTIATE_TEST_SUITE_P(
     Contents, CalibrationRead,
-    testing::Values(
-        ReadCase{"FullLine", "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15\n", 0,
-                 {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}},
-        ReadCase{"FiveNumbers", "0.5 -0.25 1 4 5\n", 0,
-                 {0.5F, -0.25F, 1, 4, 5, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1}},
-        ReadCase{"Empty", "", -EINVAL, kDefaults},
-        ReadCase{"Garbage", "velmo\n", -EINVAL, kDefaults},
-        ReadCase{"TruncatedInsideANumber", "1.5 2.", 0,
-                 {1.5F, 2, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1}},
-        ReadCase{"GarbageAfterTwoNumbers", "3 4 x 6\n", 0,
-                 {3, 4, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1}},
-        ReadCase{"FirstBeyondFloatRange", "1e60 2 3\n", -ERANGE, kDefaults},
-        ReadCase{"ThirdBeyondFloatRange", "1 2 -1e60 4\n", 0,
-                 {1, 2, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1}},
-        ReadCase{"NotANumberText", "nan 1 2\n", -EINVAL, kDefaults},
-        ReadCase{"VeryLongLine",
-                 "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15" + std::string(100000, ' ') + "junk\n", 0,
-                 {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}}),
+    testing::Values(ReadCase{"FullLine",
+                             "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15\n",
+                             0,
+                             {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}},
+                    ReadCase{"FiveNumbers",
+                             "0.5 -0.25 1 4 5\n",
+                             0,
+                             {0.5F, -0.25F, 1, 4, 5, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1}},
+                    ReadCase{"Empty", "", -EINVAL, kDefaults},
+                    ReadCase{"Garbage", "velmo\n", -EINVAL, kDefaults},
+                    ReadCase{"TruncatedInsideANumber",
+                             "1.5 2.",
+                             0,
+                             {1.5F, 2, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1}},
+                    ReadCase{"GarbageAfterTwoNumbers",
+                             "3 4 x 6\n",
+                             0,
+                             {3, 4, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1}},
+                    ReadCase{"FirstBeyondFloatRange", "1e60 2 3\n", -ERANGE, kDefaults},
+                    ReadCase{"ThirdBeyondFloatRange",
+                             "1 2 -1e60 4\n",
+                             0,
+                             {1, 2, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0, 1, 1, 1}},
+                    ReadCase{"NotANumberText", "nan 1 2\n", -EINVAL, kDefaults},
+                    ReadCase{
+                        "VeryLongLine",
+                        "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15" + std::string(100000, ' ') + "junk\n",
+                        0,
+                        {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}}),
     [](const testing::TestParamInfo<ReadCase>& info) { return std::string(info.param.name); });
 
 TEST(CalibrationFile, UncreatableFileIsLoggedOnceAndReported) {
@@ -83,8 +95,7 @@ TEST(CalibrationFile, UncreatableFileIsLoggedOnceAndReported) {
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_EQ(lines[0].prio, 6);
     EXPECT_EQ(lines[0].tag, "VLM_SFC");
-    EXPECT_EQ(lines[0].text,
-              "Unable to open " + root.path(kFile) + " (No such file or directory)");
+    EXPECT_EQ(lines[0].text, "Unable to open " + root.path(kFile) + " (No such file or directory)");
     EXPECT_EQ(block(), kDefaults);
 }
 
@@ -206,8 +217,7 @@ INSTANTIATE_TEST_SUITE_P(
                     InputCase{1, 7, {6, 7, 8}}, InputCase{2, 7, {-2, -6.5F, -11}},
                     InputCase{5, 7, {-1, -1, -1}}, InputCase{2, 3, {-1, -1, -1}}),
     [](const testing::TestParamInfo<InputCase>& info) {
-        return "Mode" + std::to_string(info.param.mode) + "Type" +
-               std::to_string(info.param.type);
+        return "Mode" + std::to_string(info.param.mode) + "Type" + std::to_string(info.param.type);
     });
 
 TEST(Correction, NullArgumentsDoNothing) {

@@ -1,10 +1,10 @@
 // The matrix library: shapes the posture filter relies on, and the inverse.
 
+#include "engine/matrix.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
-
-#include "engine/matrix.h"
 
 namespace {
 

@@ -1,12 +1,13 @@
 // Fixed paths are looked up under the host root.
 
+#include "platform/paths.h"
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <string>
 
 #include "imu/host.h"
-#include "platform/paths.h"
 
 namespace {
 

@@ -4,13 +4,9 @@
 
 namespace imu::test {
 
-LogCapture::LogCapture() {
-    imu_host_set_log_sink(&LogCapture::sink, this);
-}
+LogCapture::LogCapture() { imu_host_set_log_sink(&LogCapture::sink, this); }
 
-LogCapture::~LogCapture() {
-    imu_host_set_log_sink(nullptr, nullptr);
-}
+LogCapture::~LogCapture() { imu_host_set_log_sink(nullptr, nullptr); }
 
 void LogCapture::sink(int prio, const char* tag, const char* text, void* ctx) {
     auto* self = static_cast<LogCapture*>(ctx);

@@ -34,8 +34,8 @@ void make_dirs(const std::string& path) {
 
 TempRoot::TempRoot() {
     const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") +
-                          "/imu-test-XXXXXX";
+    std::string pattern =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/imu-test-XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) {
         throw std::runtime_error("mkdtemp failed");
     }
@@ -51,9 +51,7 @@ TempRoot::~TempRoot() {
     ::nftw(dir_.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
 }
 
-std::string TempRoot::path(const std::string& rel) const {
-    return dir_ + rel;
-}
+std::string TempRoot::path(const std::string& rel) const { return dir_ + rel; }
 
 bool TempRoot::exists(const std::string& rel) const {
     return ::access(path(rel).c_str(), F_OK) == 0;
@@ -78,9 +76,7 @@ void TempRoot::remove(const std::string& rel) const {
     ::nftw(path(rel).c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
 }
 
-void TempRoot::mkdir(const std::string& rel) const {
-    make_dirs(path(rel));
-}
+void TempRoot::mkdir(const std::string& rel) const { make_dirs(path(rel)); }
 
 void TempRoot::make_input_device(const std::string& node, const std::string& name) const {
     ::mkfifo(path("/dev/input/" + node).c_str(), 0666);

@@ -9,8 +9,8 @@ namespace imu::test {
 
 class TempRoot {
 public:
-    TempRoot();  // creates the folder and its data/system, data/velmo,
-                 // dev/input and sys/class/input, and makes it the root
+    TempRoot();   // creates the folder and its data/system, data/velmo,
+                  // dev/input and sys/class/input, and makes it the root
     ~TempRoot();  // restores the real paths and removes the folder
     TempRoot(const TempRoot&) = delete;
     TempRoot& operator=(const TempRoot&) = delete;

@@ -1,11 +1,12 @@
 // The host root: a folder under which every fixed path is looked up.
 
+#include "platform/root.h"
+
 #include <cstring>
 #include <mutex>
 
 #include "imu/host.h"
 #include "platform/paths.h"
-#include "platform/root.h"
 
 namespace {
 struct Root {
@@ -40,6 +41,4 @@ extern "C" IMU_EXPORT void imu_host_set_root(const char* dir) {
     std::memcpy(g_root.dir, d, n + 1);
 }
 
-extern "C" IMU_EXPORT const char* imu_host_root(void) {
-    return g_root.dir;
-}
+extern "C" IMU_EXPORT const char* imu_host_root(void) { return g_root.dir; }

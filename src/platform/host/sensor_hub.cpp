@@ -71,9 +71,7 @@ Hub g_hub;
 thread_local ALooper t_looper_storage = {};
 thread_local bool t_looper_prepared = false;
 
-Queue* as_queue(ASensorEventQueue* q) {
-    return reinterpret_cast<Queue*>(q);
-}
+Queue* as_queue(ASensorEventQueue* q) { return reinterpret_cast<Queue*>(q); }
 
 bool valid_queue(ASensorEventQueue* q) {
     const Queue* queue = as_queue(q);
@@ -142,9 +140,7 @@ int ALooper_pollAll(int timeoutMillis, int* outFd, int* outEvents, void** outDat
     return q->ident;
 }
 
-ASensorManager* ASensorManager_getInstance(void) {
-    return &g_hub.manager;
-}
+ASensorManager* ASensorManager_getInstance(void) { return &g_hub.manager; }
 
 ASensor const* ASensorManager_getDefaultSensor(ASensorManager* manager, int type) {
     const std::lock_guard<std::mutex> lock(g_hub.mutex);
