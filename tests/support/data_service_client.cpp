@@ -1,0 +1,72 @@
+#include "support/data_service_client.h"
+
+#include <dirent.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <thread>
+
+namespace imu::test {
+
+Bytes filled(std::size_t n, unsigned char v) {
+    return Bytes(n, v);
+}
+
+Bytes counting(std::size_t n, unsigned char first) {
+    Bytes b(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        b[i] = static_cast<unsigned char>(first + i);
+    }
+    return b;
+}
+
+bool send_datagram(const std::string& path, const Bytes& bytes) {
+    sockaddr_un addr{};
+    if (path.size() >= sizeof addr.sun_path) {
+        return false;
+    }
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+    const int fd = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+    if (fd < 0) {
+        return false;
+    }
+    const ssize_t n = ::sendto(fd, bytes.data(), bytes.size(), 0,
+                               reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+    ::close(fd);
+    return n == static_cast<ssize_t>(bytes.size());
+}
+
+bool is_socket(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode);
+}
+
+bool wait_until(const std::function<bool()>& pred, std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return pred();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+int thread_count() {
+    DIR* dir = ::opendir("/proc/self/task");
+    if (dir == nullptr) {
+        return -1;
+    }
+    int n = 0;
+    while (const dirent* e = ::readdir(dir)) {
+        n += e->d_name[0] != '.' ? 1 : 0;
+    }
+    ::closedir(dir);
+    return n;
+}
+
+}  // namespace imu::test
