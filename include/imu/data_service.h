@@ -67,8 +67,8 @@ public:
 /* Bookkeeping of a service's receiver thread; only the library touches it. */
 struct VelmoReceiverThread {
     pthread_t thread{};
-    int wake_fd = -1;       /* raised by stop_service: ends the thread's wait */
-    bool joinable = false;  /* a thread was started and not yet joined */
+    int wake_fd = -1;      /* raised by stop_service: ends the thread's wait */
+    bool joinable = false; /* a thread was started and not yet joined */
 };
 
 /* Threads: construct, start, stop, update the path and destroy from one
@@ -114,8 +114,8 @@ public:
      * stopped. Returns the running flag, 0. */
     int pollSensors_server();
 
-    pthread_mutex_t mutex;    /* guards latest and socket_path */
-    char socket_path[4100];   /* resolved, with the host root */
+    pthread_mutex_t mutex;  /* guards latest and socket_path */
+    char socket_path[4100]; /* resolved, with the host root */
     sensor_event latest;
     std::atomic<bool> running;
     VelmoReceiverThread receiver; /* managed by the library */
@@ -152,8 +152,8 @@ public:
 
     std::atomic<std::int32_t> callback_set;
     std::atomic<VLEventCallback> callback;
-    pthread_mutex_t mutex;    /* guards latest and socket_path */
-    char socket_path[4096];   /* resolved, with the host root */
+    pthread_mutex_t mutex;  /* guards latest and socket_path */
+    char socket_path[4096]; /* resolved, with the host root */
     calib_sensors_event latest;
     std::atomic<bool> running;
     VelmoReceiverThread receiver; /* managed by the library */

@@ -37,9 +37,7 @@ calibrator_data_service::calibrator_data_service()
     ds::init_service(parts(*this), imu::platform::FixedPath::kCalibratorSocket);
 }
 
-calibrator_data_service::~calibrator_data_service() {
-    ds::destroy_service(parts(*this));
-}
+calibrator_data_service::~calibrator_data_service() { ds::destroy_service(parts(*this)); }
 
 int calibrator_data_service::Init(VLEventCallback cb) {
     if (cb == nullptr) {
@@ -50,17 +48,13 @@ int calibrator_data_service::Init(VLEventCallback cb) {
     return start_service();
 }
 
-int calibrator_data_service::Exit() {
-    return 0;
-}
+int calibrator_data_service::Exit() { return 0; }
 
 int calibrator_data_service::update_service_path(char* path) {
     return ds::set_path(parts(*this), path);
 }
 
-int calibrator_data_service::creat_service_folder(char* path) {
-    return ds::create_folder(path);
-}
+int calibrator_data_service::creat_service_folder(char* path) { return ds::create_folder(path); }
 
 int calibrator_data_service::start_service() {
     ds::start_receiver(parts(*this), &daemond_data_serviceThread, this);

@@ -22,17 +22,13 @@ daemond_data_service::daemond_data_service() : mutex(), socket_path(), latest(),
     ds::init_service(parts(*this), imu::platform::FixedPath::kServiceSocket);
 }
 
-daemond_data_service::~daemond_data_service() {
-    ds::destroy_service(parts(*this));
-}
+daemond_data_service::~daemond_data_service() { ds::destroy_service(parts(*this)); }
 
 int daemond_data_service::update_service_path(char* path) {
     return ds::set_path(parts(*this), path);
 }
 
-int daemond_data_service::creat_service_folder(char* path) {
-    return ds::create_folder(path);
-}
+int daemond_data_service::creat_service_folder(char* path) { return ds::create_folder(path); }
 
 int daemond_data_service::start_service() {
     ds::start_receiver(parts(*this), &daemond_data_serviceThread, this);
@@ -44,9 +40,7 @@ int daemond_data_service::stop_service() {
     return 0;
 }
 
-int daemond_data_service::get_data(sensor_event* out) {
-    return ds::copy_latest(parts(*this), out);
-}
+int daemond_data_service::get_data(sensor_event* out) { return ds::copy_latest(parts(*this), out); }
 
 int daemond_data_service::send_clien_data(sensor_event* rec) {
     return ds::send_record(parts(*this), rec);

@@ -29,17 +29,13 @@ private:
     pthread_mutex_t* m_;
 };
 
-bool running(const ServiceParts& s) {
-    return s.running->load(std::memory_order_relaxed);
-}
+bool running(const ServiceParts& s) { return s.running->load(std::memory_order_relaxed); }
 
 // The receiver whose thread this is, if any: a callback on the receiver
 // thread cannot restart or wait for its own thread.
 thread_local const VelmoReceiverThread* t_receiver = nullptr;
 
-bool on_receiver_thread(const VelmoReceiverThread& r) {
-    return t_receiver == &r;
-}
+bool on_receiver_thread(const VelmoReceiverThread& r) { return t_receiver == &r; }
 
 // The service's path as it is now; the host may change it at any time.
 void read_path(const ServiceParts& s, char* out, std::size_t cap) {

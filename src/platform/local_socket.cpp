@@ -39,9 +39,7 @@ bool socket_path_fits(const char* path) noexcept {
     return ::strnlen(path, kSocketPathMax + 1) <= kSocketPathMax;
 }
 
-int local_socket_open() noexcept {
-    return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-}
+int local_socket_open() noexcept { return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }
 
 int local_socket_bind(int fd, const char* path) noexcept {
     sockaddr_un addr;
@@ -65,8 +63,8 @@ long local_socket_send(const char* path, const void* data, std::size_t len) noex
     if (fd < 0) {
         return -1;
     }
-    const ssize_t sent = ::sendto(fd, data, len, MSG_NOSIGNAL,
-                                  reinterpret_cast<const sockaddr*>(&addr), addr_len);
+    const ssize_t sent =
+        ::sendto(fd, data, len, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&addr), addr_len);
     ::close(fd);
     return static_cast<long>(sent);
 }
@@ -90,9 +88,7 @@ void local_socket_close(int fd) noexcept {
     }
 }
 
-int wake_signal_open() noexcept {
-    return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-}
+int wake_signal_open() noexcept { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }
 
 void wake_signal_raise(int fd) noexcept {
     if (fd < 0) {

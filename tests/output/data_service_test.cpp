@@ -1,6 +1,8 @@
 // The daemon data service over real local datagram sockets in a temporary
 // root, and what both data services share: paths, folder, receiver thread.
 
+#include "imu/data_service.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -12,7 +14,6 @@
 #include <thread>
 #include <vector>
 
-#include "imu/data_service.h"
 #include "imu/host.h"
 #include "support/data_service_client.h"
 #include "support/log_capture.h"
@@ -95,10 +96,10 @@ TEST_F(DataService, CreatServiceFolderResults) {
         unsigned mode_after;  // 0: nothing there
     };
     const Case cases[] = {
-        {"/data/new", 0, 0777},          // made, and opened to all against the umask
-        {"/data/kept", -1, 0700},        // exists: left as it is
-        {"/data/none/below", -1, 0},     // parent missing
-        {"/data/plain/below", -1, 0},    // parent is a file
+        {"/data/new", 0, 0777},        // made, and opened to all against the umask
+        {"/data/kept", -1, 0700},      // exists: left as it is
+        {"/data/none/below", -1, 0},   // parent missing
+        {"/data/plain/below", -1, 0},  // parent is a file
         {nullptr, -1, 0},
     };
     daemond_data_service daemon;
@@ -227,9 +228,8 @@ TEST_F(DataService, ImmediateRestartAfterStopLeavesOneReceiver) {
     daemon.start_service();
     EXPECT_EQ(imu::test::thread_count(), before + 1);
     ASSERT_TRUE(wait_until([&] { return log.count("Server_end :0") == 20; }));
-    ASSERT_TRUE(wait_until([&] {
-        return imu::test::send_datagram(root.path(kServicePath), filled(112, 0x42));
-    }));
+    ASSERT_TRUE(wait_until(
+        [&] { return imu::test::send_datagram(root.path(kServicePath), filled(112, 0x42)); }));
     EXPECT_TRUE(wait_until([&] { return latest(daemon) == filled(112, 0x42); }));
 }
 
