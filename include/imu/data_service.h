@@ -131,9 +131,9 @@ public:
     calibrator_data_service(const calibrator_data_service&) = delete;
     calibrator_data_service& operator=(const calibrator_data_service&) = delete;
 
-    /* Registers callback and starts the service. Returns 0, or -22 for a
+    /* Registers handler and starts the service. Returns 0, or -22 for a
      * null callback (nothing changes then). */
-    int Init(VLEventCallback callback) override;
+    int Init(VLEventCallback handler) override;
     /* Does nothing. Returns 0. */
     int Exit() override;
 

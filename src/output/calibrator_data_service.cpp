@@ -11,6 +11,7 @@
 namespace {
 
 namespace ds = imu::data_service;
+static_assert(sizeof(calib_sensors_event) <= ds::kMaxRecordBytes);
 
 ds::ServiceParts parts(calibrator_data_service& s) {
     return {&s.mutex,        s.socket_path, sizeof s.socket_path, s.latest.bytes,
@@ -39,11 +40,11 @@ calibrator_data_service::calibrator_data_service()
 
 calibrator_data_service::~calibrator_data_service() { ds::destroy_service(parts(*this)); }
 
-int calibrator_data_service::Init(VLEventCallback cb) {
-    if (cb == nullptr) {
+int calibrator_data_service::Init(VLEventCallback handler) {
+    if (handler == nullptr) {
         return -EINVAL;
     }
-    callback.store(cb, std::memory_order_relaxed);
+    callback.store(handler, std::memory_order_relaxed);
     callback_set.store(1, std::memory_order_relaxed);
     return start_service();
 }

@@ -8,6 +8,7 @@
 namespace {
 
 namespace ds = imu::data_service;
+static_assert(sizeof(sensor_event) <= ds::kMaxRecordBytes);
 
 ds::ServiceParts parts(daemond_data_service& s) {
     return {&s.mutex,        s.socket_path, sizeof s.socket_path, s.latest.bytes,

@@ -33,6 +33,7 @@ bool running(const ServiceParts& s) { return s.running->load(std::memory_order_r
 
 // The receiver whose thread this is, if any: a callback on the receiver
 // thread cannot restart or wait for its own thread.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): per thread, set once
 thread_local const VelmoReceiverThread* t_receiver = nullptr;
 
 bool on_receiver_thread(const VelmoReceiverThread& r) { return t_receiver == &r; }

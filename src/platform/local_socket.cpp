@@ -42,7 +42,7 @@ bool socket_path_fits(const char* path) noexcept {
 int local_socket_open() noexcept { return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }
 
 int local_socket_bind(int fd, const char* path) noexcept {
-    sockaddr_un addr;
+    sockaddr_un addr{};
     const socklen_t len = make_address(path, &addr);
     if (len == 0) {
         errno = ENAMETOOLONG;
@@ -53,7 +53,7 @@ int local_socket_bind(int fd, const char* path) noexcept {
 }
 
 long local_socket_send(const char* path, const void* data, std::size_t len) noexcept {
-    sockaddr_un addr;
+    sockaddr_un addr{};
     const socklen_t addr_len = make_address(path, &addr);
     if (addr_len == 0) {
         errno = ENAMETOOLONG;
