@@ -40,17 +40,12 @@ constexpr std::int32_t square_sum_scaled(std::int32_t x, std::int32_t y, std::in
         return static_cast<std::uint64_t>(w * w);
     };
     const std::uint64_t sum = (sq(x) + sq(y) + sq(z)) / 1000U;
-    return static_cast<std::int32_t>(sum > static_cast<std::uint64_t>(kInt32Max) ? kInt32Max
-                                                                                 : sum);
+    return static_cast<std::int32_t>(sum > static_cast<std::uint64_t>(kInt32Max) ? kInt32Max : sum);
 }
 
-constexpr std::int32_t max32(std::int32_t a, std::int32_t b) {
-    return a > b ? a : b;
-}
+constexpr std::int32_t max32(std::int32_t a, std::int32_t b) { return a > b ? a : b; }
 
-constexpr std::int32_t min32(std::int32_t a, std::int32_t b) {
-    return a < b ? a : b;
-}
+constexpr std::int32_t min32(std::int32_t a, std::int32_t b) { return a < b ? a : b; }
 
 // Shifts a newest-last history one place and appends v: h[0] drops.
 template <int N>

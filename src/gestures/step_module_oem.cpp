@@ -36,11 +36,11 @@ static_assert(kOemConfigBytes == sizeof(oem_1_sam_state) - offsetof(oem_1_sam_st
 
 constexpr int kDefaultParams = 26;  // P0 to P25; P26 comes from the configuration
 constexpr std::int32_t kDefaults[kDefaultParams] = {
-    200000, 70000, 10000, 5,   70,   -8000, 5,    70,    150000, 0,     3,      200, 500,
-    30,     150,   150,   1500, 0,   5000,  3000, 96236, 45040,  -87110, 415,   413, 5};
+    200000, 70000, 10000, 5,    70, -8000, 5,    70,    150000, 0,      3,   200, 500,
+    30,     150,   150,   1500, 0,  5000,  3000, 96236, 45040,  -87110, 415, 413, 5};
 constexpr std::int32_t kInitialIntervalMs = 5000;
 constexpr std::int32_t kModuleCounter = 100;
-constexpr std::int32_t kInputLimit = 999999;    // beyond: the input reads as 15
+constexpr std::int32_t kInputLimit = 999999;  // beyond: the input reads as 15
 constexpr std::int32_t kOutOfRange = 15;
 constexpr std::int32_t kDecayBase = 800;
 constexpr std::int32_t kTimerWrapMs = 604800;
@@ -49,9 +49,7 @@ constexpr std::int32_t kFirstSteps = 5;
 
 enum Stage : std::uint8_t { kIdle = 0, kRising = 1, kFalling = 2, kRejected = 10 };
 
-std::int32_t param(const oem_1_sam_state& s, int p) {
-    return s.param[p];
-}
+std::int32_t param(const oem_1_sam_state& s, int p) { return s.param[p]; }
 
 // mean += (v >> 2) - (oldest >> 2), then the history moves on by one.
 std::int32_t push_mean(std::int32_t (&history)[4], std::int32_t& mean, std::int32_t v) {
@@ -75,12 +73,12 @@ bool rotation_present(const oem_1_sam_state& s) {
 // or less; its interval term is then left out.
 std::int32_t step_length(const oem_1_sam_state& s, std::int32_t k) {
     const std::int64_t per_interval =
-        s.interval_ms != 0 ? 1000 * std::int64_t{param(s, OEM_1_SAM_P_LENGTH_INTERVAL)} /
-                                 s.interval_ms
-                           : 0;
-    return clamp32((param(s, OEM_1_SAM_P_LENGTH_OFFSET) + std::int64_t{s.user_height} * k +
-                    per_interval) /
-                   100);
+        s.interval_ms != 0
+            ? 1000 * std::int64_t{param(s, OEM_1_SAM_P_LENGTH_INTERVAL)} / s.interval_ms
+            : 0;
+    return clamp32(
+        (param(s, OEM_1_SAM_P_LENGTH_OFFSET) + std::int64_t{s.user_height} * k + per_interval) /
+        100);
 }
 
 void count_step(oem_1_sam_state& s) {
@@ -114,9 +112,9 @@ void count_step(oem_1_sam_state& s) {
 
 // The turn after the fall, with d the value at the turn.
 void judge(oem_1_sam_state& s, std::int32_t d) {
-    const std::int64_t stage_limit = param(s, OEM_1_SAM_P_MAX_STAGE_MS) +
-                                     std::int64_t{s.step_gyro_max} *
-                                         param(s, OEM_1_SAM_P_GYRO_WEIGHT_STAGE);
+    const std::int64_t stage_limit =
+        param(s, OEM_1_SAM_P_MAX_STAGE_MS) +
+        std::int64_t{s.step_gyro_max} * param(s, OEM_1_SAM_P_GYRO_WEIGHT_STAGE);
     const bool passes = s.stage_ms >= param(s, OEM_1_SAM_P_MIN_STAGE_MS) &&
                         s.stage_ms <= stage_limit &&
                         s.interval_ms >= param(s, OEM_1_SAM_P_MIN_INTERVAL_MS) &&
@@ -135,8 +133,8 @@ void judge(oem_1_sam_state& s, std::int32_t d) {
 }
 
 void run_stage(oem_1_sam_state& s, std::int32_t d, std::int32_t up, std::int32_t down) {
-    const bool too_strong = d > param(s, OEM_1_SAM_P_MAX_D) ||
-                            s.gyro_sq_mean > param(s, OEM_1_SAM_P_MAX_GYRO_MEAN);
+    const bool too_strong =
+        d > param(s, OEM_1_SAM_P_MAX_D) || s.gyro_sq_mean > param(s, OEM_1_SAM_P_MAX_GYRO_MEAN);
     switch (s.stage) {
         case kIdle:
             if (too_strong) {
@@ -154,9 +152,9 @@ void run_stage(oem_1_sam_state& s, std::int32_t d, std::int32_t up, std::int32_t
                 s.stage_ms = 0;
             }
             s.step_gyro_max = max32(s.step_gyro_max, s.gyro_sq_mean);
-            const std::int64_t limit = param(s, OEM_1_SAM_P_RISE_LIMIT_MS) +
-                                       std::int64_t{s.step_gyro_max} *
-                                           param(s, OEM_1_SAM_P_GYRO_WEIGHT_STAGE);
+            const std::int64_t limit =
+                param(s, OEM_1_SAM_P_RISE_LIMIT_MS) +
+                std::int64_t{s.step_gyro_max} * param(s, OEM_1_SAM_P_GYRO_WEIGHT_STAGE);
             if (too_strong) {
                 s.stage = kRejected;
             } else if (s.stage_ms > limit) {
@@ -188,9 +186,7 @@ void run_stage(oem_1_sam_state& s, std::int32_t d, std::int32_t up, std::int32_t
     }
 }
 
-std::int32_t wrap(std::int32_t v, std::int32_t limit) {
-    return v > limit ? 0 : v;
-}
+std::int32_t wrap(std::int32_t v, std::int32_t limit) { return v > limit ? 0 : v; }
 
 }  // namespace
 
@@ -246,17 +242,18 @@ void oem_update(oem_1_sam_state& s, const std::int32_t* in, std::int32_t* out) n
                                    std::int64_t{param(s, OEM_1_SAM_P_GYRO_WEIGHT_D)} * g2);
 
     // up = max(peak * P4 / 100, P2); down = min(trough * P7 / 100, P5)
-    s.peak = d > s.peak ? d
-                        : mul_div32(s.peak,
-                                    kDecayBase - std::int64_t{param(s, OEM_1_SAM_P_PEAK_DECAY)} * dt,
-                                    kDecayBase);
+    s.peak =
+        d > s.peak
+            ? d
+            : mul_div32(s.peak, kDecayBase - std::int64_t{param(s, OEM_1_SAM_P_PEAK_DECAY)} * dt,
+                        kDecayBase);
     s.trough = d < s.trough
                    ? d
                    : mul_div32(s.trough,
                                kDecayBase - std::int64_t{dt} * param(s, OEM_1_SAM_P_TROUGH_DECAY),
                                kDecayBase);
-    const std::int32_t up =
-        max32(mul_div32(s.peak, param(s, OEM_1_SAM_P_UP_PERCENT), 100), param(s, OEM_1_SAM_P_MIN_UP));
+    const std::int32_t up = max32(mul_div32(s.peak, param(s, OEM_1_SAM_P_UP_PERCENT), 100),
+                                  param(s, OEM_1_SAM_P_MIN_UP));
     const std::int32_t down = min32(mul_div32(s.trough, param(s, OEM_1_SAM_P_DOWN_PERCENT), 100),
                                     param(s, OEM_1_SAM_P_MAX_DOWN));
 
@@ -280,9 +277,7 @@ extern "C" {
 
 // The whole record, not the 140 bytes of the configuration: a host that
 // allocates what it is told never has the update write past its memory.
-IMU_EXPORT int32_t oem_1_sam_mem_req(void) {
-    return static_cast<int32_t>(sizeof(oem_1_sam_state));
-}
+IMU_EXPORT int32_t oem_1_sam_mem_req(void) { return static_cast<int32_t>(sizeof(oem_1_sam_state)); }
 
 IMU_EXPORT void* oem_1_sam_state_reset(const void* config, void* state) {
     if (state == nullptr) {

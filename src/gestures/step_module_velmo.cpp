@@ -27,21 +27,21 @@ static_assert(offsetof(pedometer_sam_state, stage) == 18 * 4, "state in word 18"
 static_assert(offsetof(pedometer_sam_state, count) == 19 * 4, "count in word 19");
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the state byte is word 18's low byte");
 
-constexpr std::int32_t kGravitySq = 96236;      // (9810 mm/s^2)^2 / 1000
-constexpr std::int32_t kDecayPerMs = 5;         // thresholds decay as (800 - 5 dt) / 800
+constexpr std::int32_t kGravitySq = 96236;  // (9810 mm/s^2)^2 / 1000
+constexpr std::int32_t kDecayPerMs = 5;     // thresholds decay as (800 - 5 dt) / 800
 constexpr std::int32_t kDecayBase = 800;
 constexpr std::int32_t kThresholdPercent = 75;  // of the peak or trough
 constexpr std::int32_t kMinUp = 10000;
 constexpr std::int32_t kMaxDown = -8000;
-constexpr std::int32_t kMaxD = 200000;          // above: too strong
-constexpr std::int32_t kMaxGyroMean = 70000;    // above: too strong
+constexpr std::int32_t kMaxD = 200000;        // above: too strong
+constexpr std::int32_t kMaxGyroMean = 70000;  // above: too strong
 constexpr std::int32_t kRiseLimitMs = 200;
 constexpr std::int32_t kFallLimitMs = 500;
 constexpr std::int32_t kMinStageMs = 30;
 constexpr std::int32_t kMaxStageMs = 150;
 constexpr std::int32_t kMinIntervalMs = 150;
 constexpr std::int32_t kMaxIntervalMs = 1500;
-constexpr std::int64_t kMaxDrop = 150000;       // peak of the step minus d at the turn
+constexpr std::int64_t kMaxDrop = 150000;  // peak of the step minus d at the turn
 
 enum Stage : std::uint8_t { kIdle = 0, kRising = 1, kFalling = 2, kRejected = 99 };
 

@@ -2,6 +2,8 @@
 // their held-back start and step lengths, the judging limits and the
 // host's memory.
 
+#include "gestures/step_module_oem.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,7 +13,6 @@
 #include <set>
 #include <vector>
 
-#include "gestures/step_module_oem.h"
 #include "imu/step_modules.h"
 #include "support/step_module_walk.h"
 
@@ -83,8 +84,8 @@ TEST(Oem1Sam, ResetSetsCountersParametersAndKeepsTheConfiguration) {
     EXPECT_EQ(words[33], 1000);
     EXPECT_EQ(words[34], 1001);
     const std::array<std::int32_t, 26> params{
-        200000, 70000, 10000, 5,    70,   -8000, 5,     70,    150000, 0,      3,   200, 500,
-        30,     150,   150,   1500, 0,    5000,  3000,  96236, 45040,  -87110, 415, 413, 5};
+        200000, 70000, 10000, 5,    70, -8000, 5,    70,    150000, 0,      3,   200, 500,
+        30,     150,   150,   1500, 0,  5000,  3000, 96236, 45040,  -87110, 415, 413, 5};
     for (std::size_t p = 0; p < params.size(); ++p) {
         EXPECT_EQ(words[35 + p], params[p]) << "P" << p;
     }
@@ -138,11 +139,11 @@ TEST_P(Oem1SamScale, ReadsSixteenSixteenAsThousandths) {
 INSTANTIATE_TEST_SUITE_P(Inputs, Oem1SamScale,
                          testing::Values(ScaleCase{0, 0}, ScaleCase{65536, 1000},
                                          ScaleCase{-65536, -1000}, ScaleCase{642908, 9809},
-                                         ScaleCase{642909, 9810},
-                                         ScaleCase{1, 0}, ScaleCase{-1, 0}, ScaleCase{-66, -1},
-                                         ScaleCase{999999, 15258}, ScaleCase{-999999, -15258},
-                                         ScaleCase{1000000, 15}, ScaleCase{-1000000, 15},
-                                         ScaleCase{INT_MAX, 15}, ScaleCase{INT_MIN, 15}));
+                                         ScaleCase{642909, 9810}, ScaleCase{1, 0}, ScaleCase{-1, 0},
+                                         ScaleCase{-66, -1}, ScaleCase{999999, 15258},
+                                         ScaleCase{-999999, -15258}, ScaleCase{1000000, 15},
+                                         ScaleCase{-1000000, 15}, ScaleCase{INT_MAX, 15},
+                                         ScaleCase{INT_MIN, 15}));
 
 // The clamp seen in the record: three axes at the edge of the range give
 // 3 * 15258^2 / 1000; beyond it each reads 15 and 3 * 225 / 1000 is 0.
@@ -185,8 +186,8 @@ TEST_P(Oem1SamWalk, HoldsBackFiveStepsThenCountsEachOne) {
     s.user_height = c.h;
     std::set<std::int32_t> counts;
     EXPECT_EQ(feed(&s, make_step_walk(plan), &counts), (Out{20, c.total, 100}));
-    const std::set<std::int32_t> expected{0, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14,
-                                          15, 16, 17, 18, 19, 20};
+    const std::set<std::int32_t> expected{0,  5,  6,  7,  8,  9,  10, 11, 12,
+                                          13, 14, 15, 16, 17, 18, 19, 20};
     EXPECT_EQ(counts, expected);
     const std::int32_t period_ms = static_cast<std::int32_t>(c.period_s * 1000.0 + 0.5);
     EXPECT_EQ(s.intervals_ms[3], period_ms);
@@ -309,17 +310,18 @@ TEST_P(Oem1SamLength, FollowsTheIntervalAndTheUser) {
     EXPECT_EQ(s.lengths[1], 77);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Lengths, Oem1SamLength,
-    testing::Values(LengthCase{"Example500ms", 0, 0, 500, 29},
-                    LengthCase{"Selector1NoHeight", 1, 0, 500, 29},
-                    LengthCase{"Interval700ms", 0, 0, 700, -227},
-                    LengthCase{"Height170", 0, 170, 500, 731},
-                    LengthCase{"Height170Selector1", 1, 170, 500, 735},
-                    LengthCase{"Height170Interval700", 0, 170, 700, 474},
-                    LengthCase{"Selector2Repeats", 2, 170, 500, 77},
-                    LengthCase{"NegativeSelectorRepeats", -1, 170, 500, 77}),
-    [](const testing::TestParamInfo<LengthCase>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Lengths, Oem1SamLength,
+                         testing::Values(LengthCase{"Example500ms", 0, 0, 500, 29},
+                                         LengthCase{"Selector1NoHeight", 1, 0, 500, 29},
+                                         LengthCase{"Interval700ms", 0, 0, 700, -227},
+                                         LengthCase{"Height170", 0, 170, 500, 731},
+                                         LengthCase{"Height170Selector1", 1, 170, 500, 735},
+                                         LengthCase{"Height170Interval700", 0, 170, 700, 474},
+                                         LengthCase{"Selector2Repeats", 2, 170, 500, 77},
+                                         LengthCase{"NegativeSelectorRepeats", -1, 170, 500, 77}),
+                         [](const testing::TestParamInfo<LengthCase>& info) {
+                             return info.param.name;
+                         });
 
 // The step that makes four intervals sum below 5000 ms reports five steps
 // and the five stored lengths; the oldest length (50) has just dropped out.
@@ -370,21 +372,22 @@ TEST_P(Oem1SamRotation, RefusesRepeatedSmallRotation) {
     EXPECT_EQ(s.intervals_ms[0], 500);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Histories, Oem1SamRotation,
-    testing::Values(RotationCase{"AllDifferent", {3, 20, 30}, true},
-                    RotationCase{"RepeatedButLarge", {4, 4, 30}, true},
-                    RotationCase{"RepeatsTheNewest", {10, 20, 30}, true},
-                    RotationCase{"RepeatedAndSmall", {3, 3, 30}, false},
-                    RotationCase{"RepeatedWithAZero", {0, 20, 20}, false}),
-    [](const testing::TestParamInfo<RotationCase>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Histories, Oem1SamRotation,
+                         testing::Values(RotationCase{"AllDifferent", {3, 20, 30}, true},
+                                         RotationCase{"RepeatedButLarge", {4, 4, 30}, true},
+                                         RotationCase{"RepeatsTheNewest", {10, 20, 30}, true},
+                                         RotationCase{"RepeatedAndSmall", {3, 3, 30}, false},
+                                         RotationCase{"RepeatedWithAZero", {0, 20, 20}, false}),
+                         [](const testing::TestParamInfo<RotationCase>& info) {
+                             return info.param.name;
+                         });
 
 // Timers above 604800 ms and a count or total above 10^9 start over at 0.
 TEST(Oem1Sam, TimersAndTotalsWrap) {
     oem_1_sam_state s = warm();
     s.acc_sq_mean = kGravitySq;
-    s.stage_ms = 604795;        // + 5: 604800 stays
-    s.interval_ms = 604796;     // + 5: 604801 wraps
+    s.stage_ms = 604795;     // + 5: 604800 stays
+    s.interval_ms = 604796;  // + 5: 604801 wraps
     s.judged_stage_ms = 604801;
     s.since_step_ms = 700000;
     s.count = 1000000000;

@@ -29,9 +29,8 @@ public:
     // Mostly extremes and edges of the modules' ranges, some plain values.
     std::int32_t word() {
         static constexpr std::int32_t kEdges[] = {
-            INT_MIN, INT_MIN + 1, -1000000, -999999, -46341, -46340, -65536, -1, 0,
-            1,       5,           46340,    46341,   65536,  999999, 1000000, INT_MAX - 1,
-            INT_MAX};
+            INT_MIN, INT_MIN + 1, -1000000, -999999, -46341, -46340, -65536,  -1,          0,
+            1,       5,           46340,    46341,   65536,  999999, 1000000, INT_MAX - 1, INT_MAX};
         switch (pick(4)) {
             case 0:
                 return kEdges[pick(sizeof kEdges / sizeof kEdges[0])];
@@ -60,7 +59,8 @@ private:
 // State memory at an odd address between two guard bands.
 class GuardedMemory {
 public:
-    explicit GuardedMemory(std::size_t size) : size_(size), bytes_(size + 2 * kGuard + 1, kCanary) {}
+    explicit GuardedMemory(std::size_t size)
+        : size_(size), bytes_(size + 2 * kGuard + 1, kCanary) {}
     void* state() { return bytes_.data() + kGuard + 1; }
     bool guards_intact() const {
         for (std::size_t i = 0; i < bytes_.size(); ++i) {
@@ -107,8 +107,7 @@ TEST(StepModuleRandom, FirstModuleStaysInItsRecord) {
             continue;
         }
         ASSERT_EQ(out, after.count);
-        ASSERT_TRUE(after.stage == 0 || after.stage == 1 || after.stage == 2 ||
-                    after.stage == 99)
+        ASSERT_TRUE(after.stage == 0 || after.stage == 1 || after.stage == 2 || after.stage == 99)
             << "update " << i << " stage " << int{after.stage};
         // Timers and the count only grow or start over: they never wrap negative.
         if (before.stage_ms >= 0 && before.interval_ms >= 0 && before.count >= 0) {
@@ -168,8 +167,7 @@ TEST(StepModuleRandom, SecondModuleStaysInItsRecord) {
             ASSERT_GE(after.since_step_ms, 0) << "update " << i;
             ASSERT_GE(after.count, 0) << "update " << i;
         }
-        ASSERT_TRUE(after.stage == 0 || after.stage == 1 || after.stage == 2 ||
-                    after.stage == 10)
+        ASSERT_TRUE(after.stage == 0 || after.stage == 1 || after.stage == 2 || after.stage == 10)
             << "update " << i << " stage " << int{after.stage};
     }
 }

@@ -167,22 +167,21 @@ TEST_P(VelmoStage, MovesAsTheSignalDemands) {
 // with a fresh peak and trough, d itself sets them.
 INSTANTIATE_TEST_SUITE_P(
     Transitions, VelmoStage,
-    testing::Values(
-        TransitionCase{"IdleRisesAboveUp", {0, 10001}, 1},
-        TransitionCase{"IdleStaysAtUp", {0, 10000}, 0},
-        TransitionCase{"IdleTooStrong", {0, 200001}, 99},
-        TransitionCase{"IdleStrongRotation", {0, 0, 0, 0, 70001}, 99},
-        TransitionCase{"IdleAtTheLimits", {0, 0, 0, 0, 70000}, 0},
-        TransitionCase{"RisingFallsBelowDown", {1, -8001, 0, 195}, 2},
-        TransitionCase{"RisingAtDown", {1, -8000, 0, 195}, 1},
-        TransitionCase{"RisingTooLong", {1, -8001, 0, 196}, 0},
-        TransitionCase{"RisingTooStrong", {1, 200001}, 99},
-        TransitionCase{"FallingWaitsForTheTurn", {2, -9000, -9000, 100}, 2},
-        TransitionCase{"FallingTooLong", {2, -9000, -9001, 496}, 0},
-        TransitionCase{"FallingStrongRotation", {2, -9000, -9001, 100, 70001}, 99},
-        TransitionCase{"RejectedStaysAtUp", {99, 10000}, 99},
-        TransitionCase{"RejectedCalms", {99, 9999}, 0},
-        TransitionCase{"UnknownStage", {7, 50000}, 0}),
+    testing::Values(TransitionCase{"IdleRisesAboveUp", {0, 10001}, 1},
+                    TransitionCase{"IdleStaysAtUp", {0, 10000}, 0},
+                    TransitionCase{"IdleTooStrong", {0, 200001}, 99},
+                    TransitionCase{"IdleStrongRotation", {0, 0, 0, 0, 70001}, 99},
+                    TransitionCase{"IdleAtTheLimits", {0, 0, 0, 0, 70000}, 0},
+                    TransitionCase{"RisingFallsBelowDown", {1, -8001, 0, 195}, 2},
+                    TransitionCase{"RisingAtDown", {1, -8000, 0, 195}, 1},
+                    TransitionCase{"RisingTooLong", {1, -8001, 0, 196}, 0},
+                    TransitionCase{"RisingTooStrong", {1, 200001}, 99},
+                    TransitionCase{"FallingWaitsForTheTurn", {2, -9000, -9000, 100}, 2},
+                    TransitionCase{"FallingTooLong", {2, -9000, -9001, 496}, 0},
+                    TransitionCase{"FallingStrongRotation", {2, -9000, -9001, 100, 70001}, 99},
+                    TransitionCase{"RejectedStaysAtUp", {99, 10000}, 99},
+                    TransitionCase{"RejectedCalms", {99, 9999}, 0},
+                    TransitionCase{"UnknownStage", {7, 50000}, 0}),
     [](const testing::TestParamInfo<TransitionCase>& info) { return info.param.name; });
 
 TEST(VelmoPedometerSam, StageKeepsTheRestOfItsWord) {
@@ -233,20 +232,21 @@ TEST_P(VelmoJudge, CountsOnlyPlausibleSteps) {
     EXPECT_EQ(s.stage_ms, c.counts ? 0 : c.stage_ms);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Limits, VelmoJudge,
-    testing::Values(JudgeCase{"Stage20", 20, 500, 10000, false},
-                    JudgeCase{"Stage29", 29, 500, 10000, false},
-                    JudgeCase{"Stage30", 30, 500, 10000, true},
-                    JudgeCase{"Stage150", 150, 500, 10000, true},
-                    JudgeCase{"Stage151", 151, 500, 10000, false},
-                    JudgeCase{"Interval149", 100, 149, 10000, false},
-                    JudgeCase{"Interval150", 100, 150, 10000, true},
-                    JudgeCase{"Interval1500", 100, 1500, 10000, true},
-                    JudgeCase{"Interval1501", 100, 1501, 10000, false},
-                    JudgeCase{"Drop150000", 100, 500, 150000, true},
-                    JudgeCase{"Drop150001", 100, 500, 150001, false}),
-    [](const testing::TestParamInfo<JudgeCase>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Limits, VelmoJudge,
+                         testing::Values(JudgeCase{"Stage20", 20, 500, 10000, false},
+                                         JudgeCase{"Stage29", 29, 500, 10000, false},
+                                         JudgeCase{"Stage30", 30, 500, 10000, true},
+                                         JudgeCase{"Stage150", 150, 500, 10000, true},
+                                         JudgeCase{"Stage151", 151, 500, 10000, false},
+                                         JudgeCase{"Interval149", 100, 149, 10000, false},
+                                         JudgeCase{"Interval150", 100, 150, 10000, true},
+                                         JudgeCase{"Interval1500", 100, 1500, 10000, true},
+                                         JudgeCase{"Interval1501", 100, 1501, 10000, false},
+                                         JudgeCase{"Drop150000", 100, 500, 150000, true},
+                                         JudgeCase{"Drop150001", 100, 500, 150001, false}),
+                         [](const testing::TestParamInfo<JudgeCase>& info) {
+                             return info.param.name;
+                         });
 
 // The thresholds decay by (800 - 5 dt) / 800 per update, truncated: from
 // 80000 with dt 5 to 77500, and up follows as 75% of it.

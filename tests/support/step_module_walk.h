@@ -83,7 +83,8 @@ inline std::array<std::int32_t, 10> velmo_record(const StepWalkSample& s,
                                                  std::int32_t dt_ms = kStepWalkSampleMs) {
     std::array<std::int32_t, 10> r{};
     for (int i = 0; i < 3; ++i) {
-        r[static_cast<std::size_t>(i)] = static_cast<std::int32_t>(std::lround(s.acc_mps2[i] * 1000.0));
+        r[static_cast<std::size_t>(i)] =
+            static_cast<std::int32_t>(std::lround(s.acc_mps2[i] * 1000.0));
         r[static_cast<std::size_t>(i + 3)] =
             static_cast<std::int32_t>(std::lround(s.gyro_rps[i] * 1000.0));
     }
@@ -95,7 +96,8 @@ inline std::array<std::int32_t, 10> velmo_record(const StepWalkSample& s,
 inline std::array<std::int32_t, 6> oem_record(const StepWalkSample& s) {
     std::array<std::int32_t, 6> r{};
     for (int i = 0; i < 3; ++i) {
-        r[static_cast<std::size_t>(i)] = static_cast<std::int32_t>(std::lround(s.acc_mps2[i] * 65536.0));
+        r[static_cast<std::size_t>(i)] =
+            static_cast<std::int32_t>(std::lround(s.acc_mps2[i] * 65536.0));
         r[static_cast<std::size_t>(i + 3)] =
             static_cast<std::int32_t>(std::lround(s.gyro_rps[i] * 65536.0));
     }
