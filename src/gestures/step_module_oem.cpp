@@ -22,15 +22,18 @@
 namespace imu::sam {
 namespace {
 
+constexpr std::size_t kWordBytes = sizeof(std::int32_t);
+
 static_assert(sizeof(oem_1_sam_state) == 272, "68 words");
-static_assert(offsetof(oem_1_sam_state, lengths) == 13 * 4, "lengths from word 13");
-static_assert(offsetof(oem_1_sam_state, intervals_ms) == 24 * 4, "intervals from word 24");
+static_assert(offsetof(oem_1_sam_state, lengths) == 13 * kWordBytes, "lengths from word 13");
+static_assert(offsetof(oem_1_sam_state, intervals_ms) == 24 * kWordBytes, "intervals from word 24");
 static_assert(offsetof(oem_1_sam_state, stage) == 124, "state byte");
 static_assert(offsetof(oem_1_sam_state, walking) == 125, "walking byte");
-static_assert(offsetof(oem_1_sam_state, config_head) == 33 * 4, "configuration from word 33");
-static_assert(offsetof(oem_1_sam_state, param) == 35 * 4, "P0 in word 35");
-static_assert(offsetof(oem_1_sam_state, user_height) == 62 * 4, "h in word 62");
-static_assert(offsetof(oem_1_sam_state, length_selector) == 64 * 4, "selector in word 64");
+static_assert(offsetof(oem_1_sam_state, config_head) == 33 * kWordBytes,
+              "configuration from word 33");
+static_assert(offsetof(oem_1_sam_state, param) == 35 * kWordBytes, "P0 in word 35");
+static_assert(offsetof(oem_1_sam_state, user_height) == 62 * kWordBytes, "h in word 62");
+static_assert(offsetof(oem_1_sam_state, length_selector) == 64 * kWordBytes, "selector in word 64");
 static_assert(kOemConfigBytes == sizeof(oem_1_sam_state) - offsetof(oem_1_sam_state, config_head),
               "the configuration fills words 33-67");
 

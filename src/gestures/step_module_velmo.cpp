@@ -22,9 +22,11 @@
 namespace imu::sam {
 namespace {
 
+constexpr std::size_t kWordBytes = sizeof(std::int32_t);
+
 static_assert(sizeof(pedometer_sam_state) == 100, "25 words");
-static_assert(offsetof(pedometer_sam_state, stage) == 18 * 4, "state in word 18");
-static_assert(offsetof(pedometer_sam_state, count) == 19 * 4, "count in word 19");
+static_assert(offsetof(pedometer_sam_state, stage) == 18 * kWordBytes, "state in word 18");
+static_assert(offsetof(pedometer_sam_state, count) == 19 * kWordBytes, "count in word 19");
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the state byte is word 18's low byte");
 
 constexpr std::int32_t kGravitySq = 96236;  // (9810 mm/s^2)^2 / 1000

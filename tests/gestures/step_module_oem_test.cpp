@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstring>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "imu/step_modules.h"
@@ -479,6 +480,37 @@ TEST(Oem1Sam, InstancesCountIndependently) {
     }
     EXPECT_EQ(out_a, (Out{20, 551, 100}));
     EXPECT_EQ(out_b, (Out{20, 9006, 100}));
+}
+
+// Instances of both modules on threads of their own at the same time: they
+// share nothing, so each counts its walk as it would alone (and the thread
+// sanitizer build sees no shared access).
+TEST(Oem1Sam, InstancesRunOnThreadsOfTheirOwn) {
+    StepWalkPlan brisk;
+    StepWalkPlan slow;
+    slow.step_period_s = 0.7;
+    const auto walk_a = make_step_walk(brisk);
+    const auto walk_b = make_step_walk(slow);
+    oem_1_sam_state a = fresh();
+    oem_1_sam_state b = fresh();
+    pedometer_sam_state c;
+    velmo_pedometer_sam_state_reset(nullptr, &c);
+    Out out_a{};
+    Out out_b{};
+    std::int32_t out_c = 0;
+    std::thread first([&] { out_a = feed(&a, walk_a); });
+    std::thread second([&] { out_b = feed(&b, walk_b); });
+    std::thread third([&] {
+        for (const StepWalkSample& sample : walk_b) {
+            velmo_pedometer_sam_update(&c, imu::test::velmo_record(sample).data(), &out_c);
+        }
+    });
+    first.join();
+    second.join();
+    third.join();
+    EXPECT_EQ(out_a, (Out{20, 551, 100}));
+    EXPECT_EQ(out_b, (Out{20, -4313, 100}));
+    EXPECT_EQ(out_c, 19);
 }
 
 }  // namespace
