@@ -27,14 +27,14 @@ IMU_EXTERN_C_BEGIN
 
 /* ---- shared signals, written only by sfc_update_gesture ---- */
 
-IMU_EXPORT extern IMU imu_g;              /* copy of the current sample */
-IMU_EXPORT extern float gravity_g[3];     /* gravity of the fusion output, m/s^2 */
-IMU_EXPORT extern float gravity_g_abs[3]; /* |gravity_g| per axis */
-IMU_EXPORT extern float global_acc[3];    /* global_acc of the output (g), z + 1.0 */
-IMU_EXPORT extern float comp_acc;         /* |acc|, m/s^2 */
-IMU_EXPORT extern float comp_gyro;        /* |gyro|, rad/s */
-IMU_EXPORT extern float gyro_g_abs[3];    /* |gyro| per axis, rad/s */
-IMU_EXPORT extern float dt_g;             /* cycle time, s */
+IMU_EXPORT extern IMU imu_g;                         /* copy of the current sample */
+IMU_EXPORT extern float gravity_g[3];                /* gravity of the fusion output, m/s^2 */
+IMU_EXPORT extern float gravity_g_abs[3];            /* |gravity_g| per axis */
+IMU_EXPORT extern float global_acc[3];               /* global_acc of the output (g), z + 1.0 */
+IMU_EXPORT extern float comp_acc;                    /* |acc|, m/s^2 */
+IMU_EXPORT extern float comp_gyro;                   /* |gyro|, rad/s */
+IMU_EXPORT extern float gyro_g_abs[3];               /* |gyro| per axis, rad/s */
+IMU_EXPORT extern float dt_g;                        /* cycle time, s */
 IMU_EXPORT extern float ax_raw[IMU_GESTURE_HISTORY]; /* acc x history, m/s^2 */
 IMU_EXPORT extern float ay_raw[IMU_GESTURE_HISTORY];
 IMU_EXPORT extern float az_raw[IMU_GESTURE_HISTORY];
@@ -43,14 +43,14 @@ IMU_EXPORT extern float wy_raw[IMU_GESTURE_HISTORY];
 IMU_EXPORT extern float wz_raw[IMU_GESTURE_HISTORY];
 IMU_EXPORT extern float a_raw[IMU_GESTURE_HISTORY]; /* comp_acc - 9.8066 history */
 IMU_EXPORT extern float w_raw[IMU_GESTURE_HISTORY]; /* comp_gyro history */
-IMU_EXPORT extern float w_filtered[3];   /* gyro histories through kernel A */
-IMU_EXPORT extern float w_filtered_h[3]; /* gyro histories through kernel B */
-IMU_EXPORT extern float a_filtered;      /* a_raw through kernel A */
-IMU_EXPORT extern float a_filtered_h;    /* a_raw through kernel B */
-IMU_EXPORT extern float w_filtered_mag;  /* |w_filtered| */
-IMU_EXPORT extern float w_filtered_mag_h; /* |w_filtered_h| */
-IMU_EXPORT extern float gyro_static_level_g; /* slow motion level; about 15198 at 1 rad/s */
-IMU_EXPORT extern float acc_static_level_g;  /* always 0 */
+IMU_EXPORT extern float w_filtered[3];              /* gyro histories through kernel A */
+IMU_EXPORT extern float w_filtered_h[3];            /* gyro histories through kernel B */
+IMU_EXPORT extern float a_filtered;                 /* a_raw through kernel A */
+IMU_EXPORT extern float a_filtered_h;               /* a_raw through kernel B */
+IMU_EXPORT extern float w_filtered_mag;             /* |w_filtered| */
+IMU_EXPORT extern float w_filtered_mag_h;           /* |w_filtered_h| */
+IMU_EXPORT extern float gyro_static_level_g;        /* slow motion level; about 15198 at 1 rad/s */
+IMU_EXPORT extern float acc_static_level_g;         /* always 0 */
 
 /* Rewrites the shared signals from one sample, its fusion output and the
  * cycle time in microseconds (dt_g = dt_us / 1e6). A null record leaves

@@ -37,9 +37,7 @@ inline void clear_slot(float* out) noexcept {
     }
 }
 
-inline void mark_recognised(float* out) noexcept {
-    out[kRecognised] = 1.0F;
-}
+inline void mark_recognised(float* out) noexcept { out[kRecognised] = 1.0F; }
 
 // null -> -22, nothing changed; else clear, step, wrap the timers, 0.
 template <class Detector>
@@ -61,19 +59,11 @@ namespace imu {
 
 // Limits are double constants, as the detectors have always compared them:
 // a float signal or timer is promoted before the comparison.
-constexpr bool over(float x, double limit) noexcept {
-    return static_cast<double>(x) > limit;
-}
-constexpr bool under(float x, double limit) noexcept {
-    return static_cast<double>(x) < limit;
-}
+constexpr bool over(float x, double limit) noexcept { return static_cast<double>(x) > limit; }
+constexpr bool under(float x, double limit) noexcept { return static_cast<double>(x) < limit; }
 
-constexpr bool at_most(float x, double limit) noexcept {
-    return static_cast<double>(x) <= limit;
-}
-constexpr bool at_least(float x, double limit) noexcept {
-    return static_cast<double>(x) >= limit;
-}
+constexpr bool at_most(float x, double limit) noexcept { return static_cast<double>(x) <= limit; }
+constexpr bool at_least(float x, double limit) noexcept { return static_cast<double>(x) >= limit; }
 
 // The direction of a signed rate beyond +-limit, or the previous one.
 constexpr int direction_beyond(float rate, double limit, int previous) noexcept {
@@ -100,7 +90,8 @@ struct PulseLimits {
 };
 
 // One trigger call with step dt_g: true when a pulse has just completed.
-inline bool pulse_fires(sfc_gesture_trigger& trigger, float value, const PulseLimits& limits) noexcept {
+inline bool pulse_fires(sfc_gesture_trigger& trigger, float value,
+                        const PulseLimits& limits) noexcept {
     return trigger.gesture_trigger(value, dt_g, limits.low, limits.high, limits.max_s,
                                    limits.min_s) == 0;
 }

@@ -56,21 +56,20 @@ constexpr Kernel57 mirrored(const HalfKernel& half) {
 }
 
 constexpr HalfKernel kHalfA = {
-    -0.00148406608, 0.00524701523,  -0.00644657208, -0.000571625231, 0.00899671203,
-    -0.00590402938, -0.00312767784, 0.000179159443, 0.00911784967,   -0.00338989378,
-    -0.00787924239, -0.000832597718, 0.0131191651,  0.000813817177,  -0.0142655976,
-    -0.00604745089, 0.0190538471,   0.0102261498,   -0.021313546,    -0.019444375,
-    0.0254022099,   0.0313817234,   -0.0275397836,  -0.0535178008,   0.0303059791,
-    0.0993533719,   -0.0312189516,  -0.316319647,   0.532150423,
+    -0.00148406608, 0.00524701523,   -0.00644657208, -0.000571625231, 0.00899671203,
+    -0.00590402938, -0.00312767784,  0.000179159443, 0.00911784967,   -0.00338989378,
+    -0.00787924239, -0.000832597718, 0.0131191651,   0.000813817177,  -0.0142655976,
+    -0.00604745089, 0.0190538471,    0.0102261498,   -0.021313546,    -0.019444375,
+    0.0254022099,   0.0313817234,    -0.0275397836,  -0.0535178008,   0.0303059791,
+    0.0993533719,   -0.0312189516,   -0.316319647,   0.532150423,
 };
 
 constexpr HalfKernel kHalfB = {
-    3.07777334e-05, 0.000483009006, -0.00221366763, 0.00533043021,  -0.00846129761,
-    0.00892559243,  -0.00480308252, -0.00246097468, 0.00778684451,  -0.00613221106,
-    -0.00223560114, 0.0101820818,   -0.00909368742, -0.00229568055, 0.0143349096,
-    -0.0138475835,  -0.00230904016, 0.0207258843,   -0.0213379125,  -0.00228045533,
-    0.0313973219,   -0.0345439331,  -0.00222372776, 0.0535263434,   -0.0656353894,
-    -0.00217957077, 0.137814239,    -0.274030181,   0.331172309,
+    3.07777334e-05, 0.000483009006, -0.00221366763, 0.00533043021,  -0.00846129761, 0.00892559243,
+    -0.00480308252, -0.00246097468, 0.00778684451,  -0.00613221106, -0.00223560114, 0.0101820818,
+    -0.00909368742, -0.00229568055, 0.0143349096,   -0.0138475835,  -0.00230904016, 0.0207258843,
+    -0.0213379125,  -0.00228045533, 0.0313973219,   -0.0345439331,  -0.00222372776, 0.0535263434,
+    -0.0656353894,  -0.00217957077, 0.137814239,    -0.274030181,   0.331172309,
 };
 
 // a_raw holds comp_acc minus one standard gravity (double constant).
@@ -83,9 +82,7 @@ constexpr double kAxes = 3.0;
 
 constexpr double kMicrosecondsPerSecond = 1000000.0;
 
-void copy3(float* dst, const float* src) noexcept {
-    std::memcpy(dst, src, 3 * sizeof(float));
-}
+void copy3(float* dst, const float* src) noexcept { std::memcpy(dst, src, 3 * sizeof(float)); }
 
 void abs3(float* dst, const float* src) noexcept {
     for (int k = 0; k < 3; ++k) {
@@ -119,22 +116,23 @@ float magnitude(const float* v) noexcept {
 }
 
 float MotionLevel::update(const float* gyro_rps) noexcept {
-    const float squares = gyro_rps[0] * gyro_rps[0] + gyro_rps[1] * gyro_rps[1] +
-                          gyro_rps[2] * gyro_rps[2];
+    const float squares =
+        gyro_rps[0] * gyro_rps[0] + gyro_rps[1] * gyro_rps[1] + gyro_rps[2] * gyro_rps[2];
     const auto s =
         static_cast<float>(static_cast<double>(squares) / kRateVariance / kRateGain / kAxes);
 
     // m35 += (s - s[35 updates ago]) / 35
     const float leaving_stat = stats_.front();
-    m35_ = static_cast<float>(static_cast<double>(m35_) +
-                              static_cast<double>(s - leaving_stat) / static_cast<double>(kStatWindow));
+    m35_ = static_cast<float>(static_cast<double>(m35_) + static_cast<double>(s - leaving_stat) /
+                                                              static_cast<double>(kStatWindow));
     std::copy(stats_.begin() + 1, stats_.end(), stats_.begin());
     stats_.back() = s;
 
     // level += (m35 - m35[30 updates ago]) / 30
     const float leaving_mean = means_.front();
-    level_ = static_cast<float>(static_cast<double>(level_) +
-                                static_cast<double>(m35_ - leaving_mean) / static_cast<double>(kMeanWindow));
+    level_ =
+        static_cast<float>(static_cast<double>(level_) + static_cast<double>(m35_ - leaving_mean) /
+                                                             static_cast<double>(kMeanWindow));
     std::copy(means_.begin() + 1, means_.end(), means_.begin());
     means_.back() = m35_;
     return level_;
@@ -147,8 +145,8 @@ void update_gesture_signals(const IMU& imu, const SFC_OUT& out, std::int32_t dt_
     copy3(global_acc, out.global_acc);
     comp_acc = magnitude(imu.acc);
     comp_gyro = magnitude(imu.gyro);
-    dt_g = static_cast<float>(static_cast<double>(static_cast<float>(dt_us)) /
-                              kMicrosecondsPerSecond);
+    dt_g =
+        static_cast<float>(static_cast<double>(static_cast<float>(dt_us)) / kMicrosecondsPerSecond);
     abs3(gyro_g_abs, imu.gyro);
     abs3(gravity_g_abs, gravity_g);
     global_acc[2] += 1.0F;

@@ -31,41 +31,23 @@ IMU_EXPORT void sfc_update_gesture(IMU* imu, SFC_OUT* out, int dt_us) {
     imu::update_gesture_signals(*imu, *out, dt_us, g_motion_level);
 }
 
-IMU_EXPORT int sfc_get_put_down(float* out) {
-    return imu::run_detector(g_put_down, out);
-}
+IMU_EXPORT int sfc_get_put_down(float* out) { return imu::run_detector(g_put_down, out); }
 
-IMU_EXPORT int sfc_get_raise_up(float* out) {
-    return imu::run_detector(g_raise_up, out);
-}
+IMU_EXPORT int sfc_get_raise_up(float* out) { return imu::run_detector(g_raise_up, out); }
 
-IMU_EXPORT int sfc_get_turn_over(float* out) {
-    return imu::run_detector(g_turn_over, out);
-}
+IMU_EXPORT int sfc_get_turn_over(float* out) { return imu::run_detector(g_turn_over, out); }
 
-IMU_EXPORT int sfc_get_double_flip(float* out) {
-    return imu::run_detector(g_double_flip, out);
-}
+IMU_EXPORT int sfc_get_double_flip(float* out) { return imu::run_detector(g_double_flip, out); }
 
-IMU_EXPORT int sfc_get_rolling(float* out) {
-    return imu::run_detector(g_rolling, out);
-}
+IMU_EXPORT int sfc_get_rolling(float* out) { return imu::run_detector(g_rolling, out); }
 
-IMU_EXPORT int sfc_get_hand_held(float* out) {
-    return imu::run_detector(g_hand_held, out);
-}
+IMU_EXPORT int sfc_get_hand_held(float* out) { return imu::run_detector(g_hand_held, out); }
 
 // A placeholder that reports "not handled": nothing is written.
-IMU_EXPORT int sfc_get_rotate(float* out) {
-    return out == nullptr ? imu::kNullSlot : 1;
-}
+IMU_EXPORT int sfc_get_rotate(float* out) { return out == nullptr ? imu::kNullSlot : 1; }
 
-IMU_EXPORT int sfc_get_shake(float* out) {
-    return imu::run_detector(g_shake, out);
-}
+IMU_EXPORT int sfc_get_shake(float* out) { return imu::run_detector(g_shake, out); }
 
-IMU_EXPORT int sfc_get_snap(float* out) {
-    return imu::run_detector(g_snap, out);
-}
+IMU_EXPORT int sfc_get_snap(float* out) { return imu::run_detector(g_snap, out); }
 
 }  // extern "C"

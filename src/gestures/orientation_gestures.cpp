@@ -15,19 +15,19 @@ constexpr std::int32_t kTimedOut = -1;
 constexpr std::int32_t kFellBack = -2;  // turn over: back on the side it left
 
 // Put down.
-constexpr double kPutDownFlatMps2 = 9.0;    // out[1]: lying flat
-constexpr double kPutDownEndMps2 = 8.5;     // |gz| when the pulse ends
-constexpr double kPutDownWindowS = 1.0;     // uncovered -> pulse
+constexpr double kPutDownFlatMps2 = 9.0;                         // out[1]: lying flat
+constexpr double kPutDownEndMps2 = 8.5;                          // |gz| when the pulse ends
+constexpr double kPutDownWindowS = 1.0;                          // uncovered -> pulse
 constexpr PulseLimits kPutDownPulse = {1.0F, 3.0F, 3.0F, 0.1F};  // rad/s, s
 
 // Raise up.
-constexpr double kRaiseUpTiltedMps2 = 7.5;  // out[1]: not flat
-constexpr double kRaiseUpUprightMps2 = 4.0; // pulse counted only this upright
+constexpr double kRaiseUpTiltedMps2 = 7.5;   // out[1]: not flat
+constexpr double kRaiseUpUprightMps2 = 4.0;  // pulse counted only this upright
 constexpr PulseLimits kRaiseUpPulse = {0.3F, 3.0F, 3.0F, 0.1F};
 
 // Turn over and double flip.
-constexpr double kFaceMps2 = 8.0;           // gz beyond +-8: face up / face down
-constexpr double kFlipWindowS = 1.5;        // leaving flat -> pulse end; flip -> next flip
+constexpr double kFaceMps2 = 8.0;     // gz beyond +-8: face up / face down
+constexpr double kFlipWindowS = 1.5;  // leaving flat -> pulse end; flip -> next flip
 constexpr PulseLimits kTurnOverPulse = {0.3F, 3.0F, 1.5F, 0.1F};
 constexpr PulseLimits kDoubleFlipPulse = {1.0F, 3.0F, 1.5F, 0.1F};
 
@@ -37,23 +37,15 @@ constexpr TwistSettings kRollTwists = {
 };
 
 // Hand held.
-constexpr double kStillLevel = 7.0;         // gyro_static_level_g below: still
-constexpr double kStrongLevel = 1000.0;     // above: moving strongly
+constexpr double kStillLevel = 7.0;      // gyro_static_level_g below: still
+constexpr double kStrongLevel = 1000.0;  // above: moving strongly
 constexpr double kStillForS = 0.1;
 constexpr double kHandHeldFlatMps2 = 8.5;
 
-float gz() noexcept {
-    return gravity_g[2];
-}
-float abs_gz() noexcept {
-    return gravity_g_abs[2];
-}
-bool covered() noexcept {
-    return imu_g.proximity[0] == 0.0F;
-}
-bool uncovered() noexcept {
-    return imu_g.proximity[0] > 0.0F;
-}
+float gz() noexcept { return gravity_g[2]; }
+float abs_gz() noexcept { return gravity_g_abs[2]; }
+bool covered() noexcept { return imu_g.proximity[0] == 0.0F; }
+bool uncovered() noexcept { return imu_g.proximity[0] > 0.0F; }
 
 // States 0, 1 and 3 of a flip: waiting for a flat pose and for leaving it.
 // Returns the next state; leaving sets the timer to 0.
@@ -180,9 +172,8 @@ void DoubleFlip::step(float* out) noexcept {
         case 0:
         case 1:
         case 3:
-            double_flip_state = second_too_late
-                                    ? kTimedOut
-                                    : track_flat_pose(double_flip_state, double_flip_timer);
+            double_flip_state =
+                second_too_late ? kTimedOut : track_flat_pose(double_flip_state, double_flip_timer);
             break;
         case 2:
         case 4:

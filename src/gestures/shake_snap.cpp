@@ -16,10 +16,10 @@ constexpr TwistSettings kShakeTwists = {
 };
 
 // Snap.
-constexpr double kSnapRateRps = 7.0;      // direction and peak beyond this
+constexpr double kSnapRateRps = 7.0;  // direction and peak beyond this
 constexpr PulseLimits kSnapPulse = {2.0F, 7.0F, 0.4F, 0.03F};
-constexpr double kFreeFallMps2 = 1.0;     // |acc| below: falling or thrown
-constexpr double kSnapHoldOffS = 0.2;     // after a snap and after free fall
+constexpr double kFreeFallMps2 = 1.0;  // |acc| below: falling or thrown
+constexpr double kSnapHoldOffS = 0.2;  // after a snap and after free fall
 constexpr std::int32_t kListening = 0;
 constexpr std::int32_t kHoldOff = 1;
 constexpr std::int32_t kFreeFall = -1;
