@@ -138,6 +138,35 @@ float MotionLevel::update(const float* gyro_rps) noexcept {
     return level_;
 }
 
+namespace {
+
+// The eight filters of a cycle in one pass over the taps: each output is the
+// same running sum as apply_kernel (same order, same rounding), but the
+// eight independent sums overlap instead of waiting on each other.
+void filter_histories() noexcept {
+    const float* const histories[] = {wx_raw, wy_raw, wz_raw, a_raw};
+    constexpr int kCount = 4;
+    float sum_a[kCount] = {};
+    float sum_b[kCount] = {};
+    for (int j = 0; j < kHistory; ++j) {
+        const double ka = kKernelA[static_cast<std::size_t>(j)];
+        const double kb = kKernelB[static_cast<std::size_t>(j)];
+        for (int h = 0; h < kCount; ++h) {
+            const auto x = static_cast<double>(histories[h][kHistory - 1 - j]);
+            sum_a[h] = static_cast<float>(static_cast<double>(sum_a[h]) + ka * x);
+            sum_b[h] = static_cast<float>(static_cast<double>(sum_b[h]) + kb * x);
+        }
+    }
+    for (int axis = 0; axis < 3; ++axis) {
+        w_filtered[axis] = sum_a[axis];
+        w_filtered_h[axis] = sum_b[axis];
+    }
+    a_filtered = sum_a[3];
+    a_filtered_h = sum_b[3];
+}
+
+}  // namespace
+
 void update_gesture_signals(const IMU& imu, const SFC_OUT& out, std::int32_t dt_us,
                             MotionLevel& motion) noexcept {
     imu_g = imu;
@@ -160,14 +189,7 @@ void update_gesture_signals(const IMU& imu, const SFC_OUT& out, std::int32_t dt_
     push_history(a_raw, static_cast<float>(static_cast<double>(comp_acc) - kGravityOffset));
     push_history(w_raw, comp_gyro);
 
-    w_filtered[0] = apply_kernel(kKernelA, wx_raw);
-    w_filtered[1] = apply_kernel(kKernelA, wy_raw);
-    w_filtered[2] = apply_kernel(kKernelA, wz_raw);
-    w_filtered_h[0] = apply_kernel(kKernelB, wx_raw);
-    w_filtered_h[1] = apply_kernel(kKernelB, wy_raw);
-    w_filtered_h[2] = apply_kernel(kKernelB, wz_raw);
-    a_filtered = apply_kernel(kKernelA, a_raw);
-    a_filtered_h = apply_kernel(kKernelB, a_raw);
+    filter_histories();
     w_filtered_mag = magnitude(w_filtered);
     w_filtered_mag_h = magnitude(w_filtered_h);
 
