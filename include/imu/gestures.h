@@ -27,6 +27,8 @@ IMU_EXTERN_C_BEGIN
 
 /* ---- shared signals, written only by sfc_update_gesture ---- */
 
+/* The exported signals are the detectors' shared input by design. */
+/* NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables) */
 IMU_EXPORT extern IMU imu_g;                         /* copy of the current sample */
 IMU_EXPORT extern float gravity_g[3];                /* gravity of the fusion output, m/s^2 */
 IMU_EXPORT extern float gravity_g_abs[3];            /* |gravity_g| per axis */
@@ -51,6 +53,7 @@ IMU_EXPORT extern float w_filtered_mag;             /* |w_filtered| */
 IMU_EXPORT extern float w_filtered_mag_h;           /* |w_filtered_h| */
 IMU_EXPORT extern float gyro_static_level_g;        /* slow motion level; about 15198 at 1 rad/s */
 IMU_EXPORT extern float acc_static_level_g;         /* always 0 */
+/* NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables) */
 
 /* Rewrites the shared signals from one sample, its fusion output and the
  * cycle time in microseconds (dt_g = dt_us / 1e6). A null record leaves

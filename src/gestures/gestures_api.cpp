@@ -44,6 +44,7 @@ IMU_EXPORT int sfc_get_rolling(float* out) { return imu::run_detector(g_rolling,
 IMU_EXPORT int sfc_get_hand_held(float* out) { return imu::run_detector(g_hand_held, out); }
 
 // A placeholder that reports "not handled": nothing is written.
+// NOLINTNEXTLINE(readability-non-const-parameter): every detector takes float*
 IMU_EXPORT int sfc_get_rotate(float* out) { return out == nullptr ? imu::kNullSlot : 1; }
 
 IMU_EXPORT int sfc_get_shake(float* out) { return imu::run_detector(g_shake, out); }
