@@ -44,7 +44,7 @@ void BM_GestureCycle(benchmark::State& state) {
     float slot[3];
     size_t i = 0;
     imu::test::NoAllocScope allocations;
-    for (auto _ : state) {
+    for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores)
         Cycle& c = cycles[i];
         i = (i + 1) % cycles.size();
         sfc_update_gesture(&c.imu, &c.out, 5000);
@@ -72,7 +72,7 @@ void BM_UpdateGesture(benchmark::State& state) {
     std::vector<Cycle> cycles = make_cycles(4096);
     size_t i = 0;
     imu::test::NoAllocScope allocations;
-    for (auto _ : state) {
+    for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores)
         Cycle& c = cycles[i];
         i = (i + 1) % cycles.size();
         sfc_update_gesture(&c.imu, &c.out, 5000);

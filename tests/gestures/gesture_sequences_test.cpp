@@ -25,7 +25,7 @@ TEST(GestureSequences, TurningFaceDownEndsWithGravityReversed) {
     // The rate samples add up to the half turn about y.
     double angle = 0.0;
     for (const auto& f : s.frames()) {
-        angle += f.imu.gyro[1] * f.dt_us * 1e-6;
+        angle += static_cast<double>(f.imu.gyro[1]) * static_cast<double>(f.dt_us) * 1e-6;
     }
     EXPECT_NEAR(angle, kPi, 1e-5);
 }
