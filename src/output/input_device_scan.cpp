@@ -61,12 +61,13 @@ bool read_name_file(const char* entry_dir, char* text, std::size_t size) {
     }
     const ssize_t got = ::read(fd, text, size - 1);
     ::close(fd);
-    text[0] = '\0';
-    if (got > 0) {
-        // The last byte read (normally the newline) gives way to the terminator.
-        text[got - 1] = '\0';
-        chomp(text, static_cast<int>(got - 1));
+    if (got <= 0) {
+        text[0] = '\0';
+        return true;
     }
+    // The last byte read (normally the newline) gives way to the terminator.
+    text[got - 1] = '\0';
+    chomp(text, static_cast<int>(got - 1));
     return true;
 }
 

@@ -274,6 +274,8 @@ void air_update(AirMouseState& s, const float* rate_rps, const float* acc_mps2) 
     if (n >= kNeutralCalls) {
         gyro_step(s, h_v);
     }
+    s.h_dps = h_v[0];
+    s.v_dps = h_v[1];
     tilt_step(s, a20);
     emit_step(s, n, h_v[0], h_v[1]);
     if (s.calls < kMaxCalls) {

@@ -40,6 +40,8 @@ struct AirMouseState {
     float roll_tangent = 0.0F;  // -ax / |az| of the long means
     float gain = 0.0F;          // precision-mode accumulator, [-5, 10]
     float divisor = 0.0F;       // gain limited to [1, 4], of the last call
+    float h_dps = 0.0F;         // horizontal and vertical rate of the last call
+    float v_dps = 0.0F;
     float step_acc[2] = {};     // sub-step remainders, x and y
     std::int32_t dx = 0;
     std::int32_t dy = 0;

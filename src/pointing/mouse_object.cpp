@@ -62,10 +62,9 @@ std::int32_t to_int32(std::int64_t v) {
     return static_cast<std::int32_t>(v > kMax ? kMax : (v < -kMax ? -kMax : v));
 }
 
-// Movement along one axis from the previous whole-pixel position prev to
-// the new internal position pos on a screen of size pixels, stopping at the
-// edges.
-std::int32_t movement(float pos, std::int32_t prev, std::int32_t size) {
+}  // namespace
+
+std::int32_t pointer_movement(float pos, std::int32_t prev, std::int32_t size) noexcept {
     const float s = static_cast<float>(size);
     const std::int64_t p = prev;
     if (pos >= 0.0F && pos <= s && prev >= 0 && prev <= size) {
@@ -85,8 +84,6 @@ std::int32_t movement(float pos, std::int32_t prev, std::int32_t size) {
     }
     return 0;  // both outside on the same side
 }
-
-}  // namespace
 
 velmo_mouse_obj::velmo_mouse_obj() noexcept {
     initial();
@@ -237,8 +234,8 @@ void velmo_mouse_obj::update(const IMU* imu, const SFC_OUT* out, int key,
     const double tan_y = std::tan(d(static_cast<float>(height) / pixels_per_rad));
     place(tan_x, tan_y, static_cast<float>(interval_us));
     reanchor(tan_x, tan_y);
-    dx = movement(internal_x, x, width);
-    dy = movement(internal_y, y, height);
+    dx = pointer_movement(internal_x, x, width);
+    dy = pointer_movement(internal_y, y, height);
     x = to_int32(trunc_sat(internal_x));
     y = to_int32(trunc_sat(internal_y));
 }

@@ -13,6 +13,12 @@ namespace imu {
 inline constexpr int kGyroLevelRing = 30;
 inline constexpr int kKeyRecentre = 0x08;  // held: no motion; released: re-centre
 
+// Movement along one axis from the previous whole-pixel position prev to
+// the new internal position pos on a screen of size pixels: it stops at the
+// edges, resumes when the position comes back, and is 0 while both lie
+// outside on the same side.
+std::int32_t pointer_movement(float pos, std::int32_t prev, std::int32_t size) noexcept;
+
 class velmo_mouse_obj {
 public:
     velmo_mouse_obj() noexcept;
