@@ -56,6 +56,18 @@ TEST(PhoneIndicator, TurnedFaceDownAndStillIsStateOne) {
     EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 50), 1);  // and stays
 }
 
+// A flip fast enough that the 0.8 s mean of y hardly moves keeps the axis
+// of the dominant rate, axis 1; face down and still it is state 1 as well.
+TEST(PhoneIndicator, FastFlipKeepsAxisOne) {
+    PhonePoseState s;
+    still(s, 0.0F, 0.0F, kG, 80);
+    turn_about_x(s, 180.0, 15.7F);  // in 20 samples
+    EXPECT_EQ(s.axis, 1);
+    EXPECT_LT(std::fabs(s.mean[1] - s.my_ref), 4.0F);
+    EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 2), 1);
+    EXPECT_EQ(s.axis, 1);
+}
+
 TEST(PhoneIndicator, FaceDownWithoutATurnIsNotStateOne) {
     PhonePoseState s;
     EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 200), 0);
