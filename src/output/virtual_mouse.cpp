@@ -73,13 +73,9 @@ bool wheel(bool bit) {
 
 }  // namespace
 
-VirtualMouseState& virtual_mouse_state() noexcept {
-    return g_mouse;
-}
+VirtualMouseState& virtual_mouse_state() noexcept { return g_mouse; }
 
-int report_mouse_sync() noexcept {
-    return report(kEvSyn, kSynReport, 0U, "report_mouse_sync");
-}
+int report_mouse_sync() noexcept { return report(kEvSyn, kSynReport, 0U, "report_mouse_sync"); }
 
 int report_mouse_key(int code, unsigned value) noexcept {
     return report(kEvKey, code, value, "report_mouse_key");

@@ -6,9 +6,7 @@
 
 namespace imu::platform {
 
-std::size_t input_event_size() noexcept {
-    return sizeof(struct input_event);
-}
+std::size_t input_event_size() noexcept { return sizeof(struct input_event); }
 
 long write_input_event(int fd, std::uint16_t type, std::uint16_t code,
                        std::int32_t value) noexcept {

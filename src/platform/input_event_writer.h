@@ -13,7 +13,6 @@ std::size_t input_event_size() noexcept;
 // Fills one struct input_event (time from gettimeofday, then type, code,
 // value) and writes it to fd with one write(2). Returns write's result: the
 // bytes written, or -1 with errno set.
-long write_input_event(int fd, std::uint16_t type, std::uint16_t code,
-                       std::int32_t value) noexcept;
+long write_input_event(int fd, std::uint16_t type, std::uint16_t code, std::int32_t value) noexcept;
 
 }  // namespace imu::platform

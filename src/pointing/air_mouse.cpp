@@ -22,21 +22,19 @@ AirMouseState g_air;
 
 constexpr float kDegPerRad = 57.295F;  // used as is, not 180/pi
 constexpr double kDegPerRadD = 57.295;
-constexpr double kDtS = 0.01;           // the caller's fixed 100 Hz cadence
+constexpr double kDtS = 0.01;            // the caller's fixed 100 Hz cadence
 constexpr float kLargestInput = 1.0e6F;  // beyond any sensor: the sample is ignored
 constexpr std::int32_t kMaxCalls = 300000000;
 constexpr std::int32_t kWarmupDone = 50;
 constexpr std::int32_t kWarmupAfterMotion = 150;
-constexpr std::int32_t kNeutralCalls = 5;   // calls with neutral samples and no output
+constexpr std::int32_t kNeutralCalls = 5;    // calls with neutral samples and no output
 constexpr std::int32_t kLongRingStart = 20;  // long rings fill after this many calls
-constexpr double kRateFloorDps = 0.1;      // slower gyro axes are ignored
-constexpr float kTiltGain = 0.005F;        // pull towards the accelerometer tilt
-constexpr float kStepUnits = 4.0F;         // accumulated units per emitted step
+constexpr double kRateFloorDps = 0.1;        // slower gyro axes are ignored
+constexpr float kTiltGain = 0.005F;          // pull towards the accelerometer tilt
+constexpr float kStepUnits = 4.0F;           // accumulated units per emitted step
 constexpr double kMaxStep = 127.0;
 
-double d(float v) {
-    return static_cast<double>(v);
-}
+double d(float v) { return static_cast<double>(v); }
 
 bool usable(const float* v) {
     for (int k = 0; k < 3; ++k) {
@@ -108,10 +106,10 @@ void gyro_step(AirMouseState& s, float* h_v) {
     const double gz = d(s.short_rate_dps[2][i]);
     const double p = d(s.pitch_deg) / kDegPerRadD;  // previous call's angles
     const double r = d(s.roll_deg) / kDegPerRadD;
-    s.int_pitch_deg = static_cast<float>(d(s.int_pitch_deg) + gx * kDtS * std::cos(r) +
-                                         gz * kDtS * std::sin(r));
-    s.int_roll_deg = static_cast<float>(d(s.int_roll_deg) + gy * kDtS * std::cos(p) -
-                                        gz * kDtS * std::sin(p));
+    s.int_pitch_deg =
+        static_cast<float>(d(s.int_pitch_deg) + gx * kDtS * std::cos(r) + gz * kDtS * std::sin(r));
+    s.int_roll_deg =
+        static_cast<float>(d(s.int_roll_deg) + gy * kDtS * std::cos(p) - gz * kDtS * std::sin(p));
     s.int_pitch_deg = wrap360_once(s.int_pitch_deg);
     s.int_roll_deg = wrap360_once(s.int_roll_deg);
     s.pitch_deg = wrap180(s.int_pitch_deg);
@@ -284,9 +282,7 @@ void air_update(AirMouseState& s, const float* rate_rps, const float* acc_mps2) 
     s.short_index = static_cast<std::uint8_t>((s.short_index + 1) % kAirShortRing);
 }
 
-AirMouseState& air_mouse_state() noexcept {
-    return g_air;
-}
+AirMouseState& air_mouse_state() noexcept { return g_air; }
 
 }  // namespace imu
 

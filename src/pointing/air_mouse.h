@@ -29,10 +29,8 @@ struct AirMouseState {
     std::uint8_t long_index = 0;
     // 8-sample acceleration means, every second call: the last 0.4 s.
     float long_acc[3][kAirLongRing] = {
-        {},
-        {},
-        {9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F,
-         9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F}};
+        {}, {}, {9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F,
+                 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F}};
     float pitch_deg = 0.0F;  // filtered tilt, [-180, 180]
     float roll_deg = 0.0F;
     float int_pitch_deg = 0.0F;  // gyro-integrated, within +-360
@@ -42,7 +40,7 @@ struct AirMouseState {
     float divisor = 0.0F;       // gain limited to [1, 4], of the last call
     float h_dps = 0.0F;         // horizontal and vertical rate of the last call
     float v_dps = 0.0F;
-    float step_acc[2] = {};     // sub-step remainders, x and y
+    float step_acc[2] = {};  // sub-step remainders, x and y
     std::int32_t dx = 0;
     std::int32_t dy = 0;
 };

@@ -33,13 +33,9 @@ constexpr float kAbsoluteAbove = 1000.0F;
 constexpr int kYRate = 0;
 constexpr int kXRate = 2;
 
-double d(float v) {
-    return static_cast<double>(v);
-}
+double d(float v) { return static_cast<double>(v); }
 
-double radians(float deg) {
-    return d(deg) * kPi / 180.0;
-}
+double radians(float deg) { return d(deg) * kPi / 180.0; }
 
 float clamp_offset(float deg) {
     if (deg > kMaxOffsetDeg) {
@@ -85,9 +81,7 @@ std::int32_t pointer_movement(float pos, std::int32_t prev, std::int32_t size) n
     return 0;  // both outside on the same side
 }
 
-velmo_mouse_obj::velmo_mouse_obj() noexcept {
-    initial();
-}
+velmo_mouse_obj::velmo_mouse_obj() noexcept { initial(); }
 
 void velmo_mouse_obj::initial() noexcept {
     view_angle_rad = kViewAngleRad;
@@ -155,10 +149,10 @@ void velmo_mouse_obj::place(double tan_x, double tan_y, float interval_us) {
     // The step angle is interval * rate / 1000, in single precision.
     const float step_x = interval_us * rate_rps[kXRate] / 1000.0F;
     const float step_y = interval_us * rate_rps[kYRate] / 1000.0F;
-    const float rel_x = static_cast<float>(
-        d(internal_x) + d(static_cast<float>(width)) * std::tan(d(step_x)) / tan_x);
-    const float rel_y = static_cast<float>(
-        d(internal_y) + d(static_cast<float>(height)) * std::tan(d(step_y)) / tan_y);
+    const float rel_x = static_cast<float>(d(internal_x) + d(static_cast<float>(width)) *
+                                                               std::tan(d(step_x)) / tan_x);
+    const float rel_y = static_cast<float>(d(internal_y) + d(static_cast<float>(height)) *
+                                                               std::tan(d(step_y)) / tan_y);
     if (m <= kRelativeBelow) {
         internal_x = rel_x;
         internal_y = rel_y;
@@ -177,12 +171,12 @@ void velmo_mouse_obj::reanchor(double tan_x, double tan_y) {
     const float h = static_cast<float>(height);
     const float px = static_cast<float>(x);
     const float py = static_cast<float>(y);
-    if ((internal_x >= 1.2F * w && px >= 1.2F * w) || (internal_x <= -0.2F * w && px <= -0.2F * w) ||
-        !std::isfinite(internal_x)) {
+    if ((internal_x >= 1.2F * w && px >= 1.2F * w) ||
+        (internal_x <= -0.2F * w && px <= -0.2F * w) || !std::isfinite(internal_x)) {
         internal_x = static_cast<float>(absolute_x(tan_x));
     }
-    if ((internal_y >= 1.2F * h && py >= 1.2F * h) || (internal_y <= -0.2F * h && py <= -0.2F * h) ||
-        !std::isfinite(internal_y)) {
+    if ((internal_y >= 1.2F * h && py >= 1.2F * h) ||
+        (internal_y <= -0.2F * h && py <= -0.2F * h) || !std::isfinite(internal_y)) {
         internal_y = static_cast<float>(absolute_y(tan_y));
     }
     if (!std::isfinite(internal_x) || !std::isfinite(internal_y)) {

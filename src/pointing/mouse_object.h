@@ -64,7 +64,7 @@ public:
     std::int32_t y;
     std::int32_t key_state;
     std::int32_t recentre_pending;
-    float rate_rps[3];  // y rate, unused, x rate: roll-compensated gyro
+    float rate_rps[3];                      // y rate, unused, x rate: roll-compensated gyro
     float gyro_level_ring[kGyroLevelRing];  // oldest first
     float gyro_level_mean;
 

@@ -14,14 +14,14 @@ namespace {
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 PhonePoseState g_pose;
 
-constexpr std::int32_t kFillCalls = 20;      // calls that only fill the rings
+constexpr std::int32_t kFillCalls = 20;       // calls that only fill the rings
 constexpr std::int32_t kReferenceCalls = 30;  // My0 follows My until then
 constexpr std::int32_t kFlickCalls = 60;
 constexpr std::int32_t kMaxCalls = 2000;
 constexpr float kDegPerSample = 0.5729F;  // rad/s over one 10 ms sample, in degrees
 constexpr double kRateFloor = 0.05;
 constexpr float kFastRate = 5.0F;
-constexpr float kTurned = 30.0F;  // degrees
+constexpr float kTurned = 30.0F;    // degrees
 constexpr float kUpright = 6.429F;  // m/s^2 on y
 
 bool finite3(const float* v) {
@@ -46,8 +46,7 @@ void fill_rings(PhonePoseState& s, const float* g, const float* a) {
     const int i = s.i;
     const float daz = std::fabs(a[2] - s.previous_az);
     const bool early = n < kFillCalls;
-    const bool dropped =
-        !early && ((n < kFlickCalls && flick(g[0], daz)) || flick(g[1], daz));
+    const bool dropped = !early && ((n < kFlickCalls && flick(g[0], daz)) || flick(g[1], daz));
     for (int k = 0; k < 3; ++k) {
         s.acc[k][i] = a[k];
         s.rate[k][i] = early || dropped ? 0.0F : g[k];
@@ -131,8 +130,8 @@ void judge(PhonePoseState& s, const float* g, const float* a) {
         return;
     }
     const bool still = g0 <= 1.0F && g1 <= 1.0F;
-    const bool face_down = a[0] > -2.5F && a[0] < 2.5F && a[1] > -2.5F && a[1] < 2.5F &&
-                           a[2] > -11.5F && a[2] < -7.5F;
+    const bool face_down =
+        a[0] > -2.5F && a[0] < 2.5F && a[1] > -2.5F && a[1] < 2.5F && a[2] > -11.5F && a[2] < -7.5F;
     const bool steady =
         std::fabs(static_cast<double>(a[2]) - static_cast<double>(s.checked_az)) < 0.3;
     if ((s.axis != 1 || s.state == 2 || a[1] < 4.0F) && still && face_down && steady &&
@@ -187,7 +186,6 @@ int phone_pose_update(PhonePoseState& s, const float* rate_rps, const float* acc
 
 }  // namespace imu
 
-extern "C" IMU_EXPORT int phoneIndicator(const float* rate, const float* acceleration,
-                                         int enable) {
+extern "C" IMU_EXPORT int phoneIndicator(const float* rate, const float* acceleration, int enable) {
     return imu::phone_pose_update(imu::g_pose, rate, acceleration, enable);
 }

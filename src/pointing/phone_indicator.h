@@ -14,13 +14,11 @@ struct PhonePoseState {
     float acc[3][kPoseRing] = {{}, {}, {9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F}};
     float rate[3][kPoseRing] = {};  // accepted rates, rad/s
     float long_acc[3][kPoseLongRing] = {
-        {},
-        {},
-        {9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F,
-         9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F}};
+        {}, {}, {9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F,
+                 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F, 9.8F}};
     std::int32_t long_index = 0;
-    float mean[3] = {};      // 20-slot means Mx, My, Mz
-    float my_ref = 0.0F;     // My0, taken during the first 30 calls
+    float mean[3] = {};   // 20-slot means Mx, My, Mz
+    float my_ref = 0.0F;  // My0, taken during the first 30 calls
     float previous_az = 0.0F;
     float checked_az = 0.0F;  // az of the previous face-down check
     float angle_deg[3] = {};  // turn sums X, Y, Z

@@ -5,9 +5,9 @@
 namespace imu {
 namespace {
 
-constexpr float kStandardG = 9.8066F;                // m/s^2
-constexpr double kPiF = 3.1415927410125732;          // pi as a float holds it
-constexpr std::int32_t kFaceDownCycles = 10;         // more than this continues past 90
+constexpr float kStandardG = 9.8066F;         // m/s^2
+constexpr double kPiF = 3.1415927410125732;   // pi as a float holds it
+constexpr std::int32_t kFaceDownCycles = 10;  // more than this continues past 90
 
 // tilt = asin(g / G) in whole degrees, truncated toward zero; face down for
 // long enough it runs on to 180 - tilt, wrapped into (-180, 180].

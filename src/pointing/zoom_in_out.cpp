@@ -49,11 +49,75 @@ std::int32_t whole_steps(float e) {
     return static_cast<std::int32_t>(c);
 }
 
+// Quiet counters count calls since a dominant turn that rules an axis out:
+// a turn about axis 3 silences both, a turn about axis 1 or 2 the other's.
+void update_quiet_counts(zoom_in_out_obj& z) {
+    const float a1 = z.accepted_rate[0];
+    const float a2 = z.accepted_rate[1];
+    const float a3 = z.accepted_rate[2];
+    std::int32_t& q1 = z.quiet_count[0];
+    std::int32_t& q2 = z.quiet_count[1];
+    q1 = q1 < kMaxQuiet ? q1 + 1 : q1;
+    q2 = q2 < kMaxQuiet ? q2 + 1 : q2;
+    if (dominant(a3, a1, a2)) {
+        q1 = q2 = 0;
+    }
+    if (dominant(a1, a2, a3)) {
+        q1 = 0;
+    }
+    if (dominant(a2, a1, a3)) {
+        q2 = 0;
+    }
+}
+
+// Gathers the rate of the axis that clearly leads, once it has been quiet.
+void gather(zoom_in_out_obj& z) {
+    const float m1 = std::fabs(z.accepted_rate[0]);
+    const float m2 = std::fabs(z.accepted_rate[1]);
+    const float m3 = std::fabs(z.accepted_rate[2]);
+    const float w0 = z.published_rate[0];
+    const float w1 = z.published_rate[1];
+    std::int32_t& q1 = z.quiet_count[0];
+    std::int32_t& q2 = z.quiet_count[1];
+    if (q1 > kQuietNeeded && std::fabs(w0) >= z.minimum_rate && std::fabs(w1) < std::fabs(w0) &&
+        m1 < m2 && m3 < m2) {  // axis 2
+        z.run_count[1] = 0;
+        ++z.run_count[0];
+        if (z.run_count[0] > 1) {
+            q2 = 0;
+        }
+        z.gathered[0] += w0;
+    }
+    if (q2 > kQuietNeeded && std::fabs(w1) >= z.minimum_rate && std::fabs(w0) < std::fabs(w1) &&
+        m3 < m1 && m2 < m1) {  // axis 1
+        z.run_count[0] = 0;
+        ++z.run_count[1];
+        if (z.run_count[1] > 1) {
+            q1 = 0;
+        }
+        z.gathered[1] += w1;
+    }
+}
+
+// The steps the caller's orientation asks for.
+std::int32_t oriented(const std::int32_t* step, int orientation) {
+    switch (orientation) {
+        case 0:
+            return step[1];
+        case 2:
+            return -step[1];
+        case 1:
+            return step[0];
+        case 3:
+            return -step[0];
+        default:
+            return 0;
+    }
+}
+
 }  // namespace
 
-zoom_in_out_obj::zoom_in_out_obj() {
-    initial();
-}
+zoom_in_out_obj::zoom_in_out_obj() { initial(); }
 
 void zoom_in_out_obj::initial() {
     sample_counter = 0;
@@ -84,60 +148,20 @@ int zoom_in_out_obj::staticIndicator(float r1, float r2, float r3, float /*ax*/,
         quiet_count[0] = quiet_count[1] = 0;
     }
     const std::int32_t n = sample_counter;
-    step_size = sensitivity >= 1 && sensitivity <= 10 ? static_cast<float>(sensitivity) * 0.1F
-                                                      : 0.5F;
+    step_size =
+        sensitivity >= 1 && sensitivity <= 10 ? static_cast<float>(sensitivity) * 0.1F : 0.5F;
     last_sensitivity = sensitivity;
-
-    const float daz = std::fabs(az - previous_az);
     if (n >= kWarmupCalls) {
+        const float daz = std::fabs(az - previous_az);
         const bool rejected = n < kFlickCalls && (flick(r1, daz) || flick(r2, daz));
         accepted_rate[0] = rejected ? 0.0F : r1;
         accepted_rate[1] = rejected ? 0.0F : r2;
         accepted_rate[2] = rejected ? 0.0F : r3;
     }
-    const float a1 = accepted_rate[0];
-    const float a2 = accepted_rate[1];
-    const float a3 = accepted_rate[2];
-    published_rate[0] = a2;
-    published_rate[1] = a1;
-    const float w0 = published_rate[0];
-    const float w1 = published_rate[1];
-
-    std::int32_t& q1 = quiet_count[0];
-    std::int32_t& q2 = quiet_count[1];
-    q1 = q1 < kMaxQuiet ? q1 + 1 : q1;
-    q2 = q2 < kMaxQuiet ? q2 + 1 : q2;
-    if (dominant(a3, a1, a2)) {
-        q1 = q2 = 0;
-    }
-    if (dominant(a1, a2, a3)) {
-        q1 = 0;
-    }
-    if (dominant(a2, a1, a3)) {
-        q2 = 0;
-    }
-
-    const float m1 = std::fabs(a1);
-    const float m2 = std::fabs(a2);
-    const float m3 = std::fabs(a3);
-    if (q1 > kQuietNeeded && std::fabs(w0) >= minimum_rate && std::fabs(w1) < std::fabs(w0) &&
-        m1 < m2 && m3 < m2) {
-        run_count[1] = 0;
-        ++run_count[0];
-        if (run_count[0] > 1) {
-            q2 = 0;
-        }
-        gathered[0] += w0;
-    }
-    if (q2 > kQuietNeeded && std::fabs(w1) >= minimum_rate && std::fabs(w0) < std::fabs(w1) &&
-        m3 < m1 && m2 < m1) {
-        run_count[0] = 0;
-        ++run_count[1];
-        if (run_count[1] > 1) {
-            q1 = 0;
-        }
-        gathered[1] += w1;
-    }
+    published_rate[0] = accepted_rate[1];
+    published_rate[1] = accepted_rate[0];
+    update_quiet_counts(*this);
+    gather(*this);
 
     float e1 = emit(gathered[0], step_size);
     float e2 = emit(gathered[1], step_size);
@@ -150,13 +174,7 @@ int zoom_in_out_obj::staticIndicator(float r1, float r2, float r3, float /*ax*/,
     if (sample_counter < kMaxCalls) {
         ++sample_counter;
     }
-    switch (orientation) {
-        case 0: result = step[1]; break;
-        case 2: result = -step[1]; break;
-        case 1: result = step[0]; break;
-        case 3: result = -step[0]; break;
-        default: result = 0; break;
-    }
+    result = oriented(step, orientation);
     previous_az = az;
     return result;
 }

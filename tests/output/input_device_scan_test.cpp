@@ -25,8 +25,8 @@ TEST(InputDeviceScan, FindsTheNamedNodeAmongOthers) {
     root.make_input_device("event9", "Touchpad");
     char path[4096] = "untouched";
     bool dir_opened = false;
-    const int fd = imu::open_input_device("VelmoVirtualTouch", O_RDWR, path, sizeof path,
-                                          &dir_opened);
+    const int fd =
+        imu::open_input_device("VelmoVirtualTouch", O_RDWR, path, sizeof path, &dir_opened);
     ASSERT_GE(fd, 0);
     EXPECT_TRUE(dir_opened);
     EXPECT_EQ(std::string(path), root.path("/dev/input/event4"));

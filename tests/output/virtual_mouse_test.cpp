@@ -1,6 +1,8 @@
 // The virtual mouse device end to end: the library finds the stand-in node
 // by name and writes struct input_event records into it.
 
+#include "output/virtual_mouse.h"
+
 #include <gtest/gtest.h>
 #include <linux/input.h>
 #include <unistd.h>
@@ -10,7 +12,6 @@
 #include <vector>
 
 #include "imu/output.h"
-#include "output/virtual_mouse.h"
 #include "support/log_capture.h"
 #include "support/output_event_reader.h"
 #include "support/temp_root.h"
@@ -32,8 +33,7 @@ constexpr const char* kName = "VelmoVirtualMouse";
 struct MouseFixture : testing::Test {
     TempRoot root;
     LogCapture log;
-    EventReader reader{(root.make_input_device("event3", kName),
-                        root.path("/dev/input/event3"))};
+    EventReader reader{(root.make_input_device("event3", kName), root.path("/dev/input/event3"))};
 };
 
 bool logged_with_prefix(const LogCapture& log, const std::string& prefix) {
@@ -78,13 +78,14 @@ INSTANTIATE_TEST_SUITE_P(
                      {{0, 0, 0x81}, {0, 0, 0x81}, {0, 0, 0x80}, {0, 0, 0x80}},
                      {msc_scan(0x90001), key(kL, 1), syn(),  // press
                       msc_scan(0x90001), key(kL, 0), syn(), syn()}},
-        SequenceCase{"RightPressRelease",
-                     {{0, 0, 0x82}, {0, 0, 0x80}},
-                     {msc_scan(0x90002), key(kR, 1), syn(), msc_scan(0x90002), key(kR, 0),
-                      syn(), syn()}},
-        SequenceCase{"ReleaseNeedsBit7", {{0, 0, 0x81}, {0, 0, 0x00}, {0, 0, 0x80}},
-                     {msc_scan(0x90001), key(kL, 1), syn(), msc_scan(0x90001), key(kL, 0),
-                      syn(), syn()}},
+        SequenceCase{
+            "RightPressRelease",
+            {{0, 0, 0x82}, {0, 0, 0x80}},
+            {msc_scan(0x90002), key(kR, 1), syn(), msc_scan(0x90002), key(kR, 0), syn(), syn()}},
+        SequenceCase{
+            "ReleaseNeedsBit7",
+            {{0, 0, 0x81}, {0, 0, 0x00}, {0, 0, 0x80}},
+            {msc_scan(0x90001), key(kL, 1), syn(), msc_scan(0x90001), key(kL, 0), syn(), syn()}},
         SequenceCase{"WheelHeldScrollsOnceUpThenOnceDown",
                      {{0, 0, 0x84}, {0, 0, 0x84}, {0, 0, 0x80}, {0, 0, 0x80}},
                      {msc_scan(0x90003), rel(REL_WHEEL, 1), syn(),  // press
@@ -92,16 +93,14 @@ INSTANTIATE_TEST_SUITE_P(
         // The wheel is not held, so the call ends before its final report.
         SequenceCase{"BothButtonsEndEarly",
                      {{0, 0, 0x83}},
-                     {msc_scan(0x90001), key(kL, 1), syn(), msc_scan(0x90002), key(kR, 1),
-                      syn()}},
+                     {msc_scan(0x90001), key(kL, 1), syn(), msc_scan(0x90002), key(kR, 1), syn()}},
         SequenceCase{"AllThreeAtOnce",
                      {{0, 0, 0x87}},
                      {msc_scan(0x90001), key(kL, 1), syn(), msc_scan(0x90002), key(kR, 1), syn(),
                       msc_scan(0x90003), rel(REL_WHEEL, 1), syn()}},
         SequenceCase{"MotionThenPress",
                      {{2, 3, 0x81}},
-                     {rel(REL_X, 2), rel(REL_Y, 3), syn(), msc_scan(0x90001), key(kL, 1),
-                      syn()}}),
+                     {rel(REL_X, 2), rel(REL_Y, 3), syn(), msc_scan(0x90001), key(kL, 1), syn()}}),
     [](const testing::TestParamInfo<SequenceCase>& info) { return std::string(info.param.name); });
 
 TEST_F(MouseFixture, FirstCallOpensTheNodeByNameAndLogsIt) {
@@ -116,8 +115,7 @@ TEST_F(MouseFixture, FirstCallOpensTheNodeByNameAndLogsIt) {
     EXPECT_EQ(std::string(s.device_path), root.path("/dev/input/event3"));
     EXPECT_EQ(log.count("Enter init_mouse_daemon\n"), 1);  // searched once
     EXPECT_EQ(log.count("Opened device [VelmoVirtualMouse], path is " +
-                        root.path("/dev/input/event3") + ", fd is " + std::to_string(s.fd) +
-                        "\n"),
+                        root.path("/dev/input/event3") + ", fd is " + std::to_string(s.fd) + "\n"),
               1);
     EXPECT_TRUE(logged_with_prefix(log, "open mouse device " + root.path("/dev/input/event3")));
     EXPECT_EQ(reader.take().size(), 6U);
@@ -134,11 +132,10 @@ TEST_F(MouseFixture, SysfsDirectoryIsFoundByItsNameFile) {
     ASSERT_EQ(imu::init_mouse_daemon(), 0);
     const std::string expected = root.path("/sys/class/input//input7/");
     EXPECT_EQ(std::string(imu::virtual_mouse_state().class_path), expected);
-    EXPECT_EQ(log.count("get_mouse_class_path, classpath is " + expected +
-                        ", name is VelmoVirtualMouse"),
-              1);
-    EXPECT_EQ(log.count("File " + root.path("/sys/class/input//input2/name") + " open failed."),
-              1);
+    EXPECT_EQ(
+        log.count("get_mouse_class_path, classpath is " + expected + ", name is VelmoVirtualMouse"),
+        1);
+    EXPECT_EQ(log.count("File " + root.path("/sys/class/input//input2/name") + " open failed."), 1);
 }
 
 TEST_F(MouseFixture, WithoutSysfsEntryTheClassPathIsEmpty) {
@@ -170,7 +167,7 @@ TEST(VirtualMouse, WithoutTheDeviceTheSearchIsLoggedOnceAndWritesFail) {
     EXPECT_EQ(log.count("write report_mouse_msc error: -1 Bad file descriptor\n"), 1);
     EXPECT_EQ(log.count("write report_mouse_key error: -1 Bad file descriptor\n"), 1);
     EXPECT_EQ(input_mouse_event(3, 4, 0), 0);
-    EXPECT_EQ(log.count("Enter init_mouse_daemon\n"), 1);  // not searched again
+    EXPECT_EQ(log.count("Enter init_mouse_daemon\n"), 1);   // not searched again
     EXPECT_EQ(imu::virtual_mouse_state().left_pressed, 1);  // the state machine still runs
 }
 
@@ -203,11 +200,11 @@ TEST(VirtualMouse, WriterReportsAFailedWrite) {
     EXPECT_EQ(imu::report_mouse_key(BTN_LEFT, 1), -1);
     EXPECT_EQ(imu::report_mouse_rel(REL_X, 1), -1);
     EXPECT_EQ(imu::report_mouse_msc(MSC_SCAN, 1), -1);
-    EXPECT_EQ(log.texts(), (std::vector<std::string>{
-                               "write report_mouse_sync error: -1 Bad file descriptor\n",
-                               "write report_mouse_key error: -1 Bad file descriptor\n",
-                               "write report_mouse_rel error: -1 Bad file descriptor\n",
-                               "write report_mouse_msc error: -1 Bad file descriptor\n"}));
+    EXPECT_EQ(log.texts(),
+              (std::vector<std::string>{"write report_mouse_sync error: -1 Bad file descriptor\n",
+                                        "write report_mouse_key error: -1 Bad file descriptor\n",
+                                        "write report_mouse_rel error: -1 Bad file descriptor\n",
+                                        "write report_mouse_msc error: -1 Bad file descriptor\n"}));
 }
 
 }  // namespace

@@ -85,21 +85,21 @@ TEST_P(AirMouseSettingsRead, TakesTheLeadingNumbers) {
 
 INSTANTIATE_TEST_SUITE_P(
     Contents, AirMouseSettingsRead,
-    testing::Values(
-        ReadCase{"WholeNumbers", "0 1680 1050\n", 0, {0, 1680, 1050}},
-        ReadCase{"OneDecimal", "1.0 1920.5 1080.0\n", 0, {1, 1920.5F, 1080}},
-        ReadCase{"NoNewline", "1 2 3", 0, {1, 2, 3}},
-        ReadCase{"SingleNumber", "1\n", 0, {1, 7, 7}},
-        ReadCase{"TruncatedInsideTheSecond", "1 19", 0, {1, 19, 7}},
-        ReadCase{"GarbageAfterOne", "1 x 3\n", 0, {1, 7, 7}},
-        ReadCase{"Empty", "", -EINVAL, {7, 7, 7}},
-        ReadCase{"OnlyBlank", " \n\n", -EINVAL, {7, 7, 7}},
-        ReadCase{"NotANumber", "velmo\n", -EINVAL, {7, 7, 7}},
-        ReadCase{"NanText", "nan 1 2\n", -EINVAL, {7, 7, 7}},
-        ReadCase{"FirstBeyondFloatRange", "1e99 1 2\n", -ERANGE, {7, 7, 7}},
-        ReadCase{"SecondBeyondFloatRange", "1 -1e99 2\n", 0, {1, 7, 7}},
-        ReadCase{"HugeButFinite", "3e38 1 1\n", 0, {3e38F, 1, 1}},
-        ReadCase{"LongLine", "1 2 3" + std::string(100000, ' ') + "junk\n", 0, {1, 2, 3}}),
+    testing::Values(ReadCase{"WholeNumbers", "0 1680 1050\n", 0, {0, 1680, 1050}},
+                    ReadCase{"OneDecimal", "1.0 1920.5 1080.0\n", 0, {1, 1920.5F, 1080}},
+                    ReadCase{"NoNewline", "1 2 3", 0, {1, 2, 3}},
+                    ReadCase{"SingleNumber", "1\n", 0, {1, 7, 7}},
+                    ReadCase{"TruncatedInsideTheSecond", "1 19", 0, {1, 19, 7}},
+                    ReadCase{"GarbageAfterOne", "1 x 3\n", 0, {1, 7, 7}},
+                    ReadCase{"Empty", "", -EINVAL, {7, 7, 7}},
+                    ReadCase{"OnlyBlank", " \n\n", -EINVAL, {7, 7, 7}},
+                    ReadCase{"NotANumber", "velmo\n", -EINVAL, {7, 7, 7}},
+                    ReadCase{"NanText", "nan 1 2\n", -EINVAL, {7, 7, 7}},
+                    ReadCase{"FirstBeyondFloatRange", "1e99 1 2\n", -ERANGE, {7, 7, 7}},
+                    ReadCase{"SecondBeyondFloatRange", "1 -1e99 2\n", 0, {1, 7, 7}},
+                    ReadCase{"HugeButFinite", "3e38 1 1\n", 0, {3e38F, 1, 1}},
+                    ReadCase{
+                        "LongLine", "1 2 3" + std::string(100000, ' ') + "junk\n", 0, {1, 2, 3}}),
     [](const testing::TestParamInfo<ReadCase>& info) { return std::string(info.param.name); });
 
 TEST(AirMouseSettings, FileThatIsADirectoryFailsWithItsError) {

@@ -125,7 +125,7 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, AirMouseEmission,
     testing::Values(EmitCase{"BelowFourUnitsNothing", 3.9F, -3.9F, 0, 0},
                     EmitCase{"FourUnitsOneStep", 4.0F, -4.0F, 1, -1},
-                    EmitCase{"XDominatesY", 120.0F, 20.0F, 30, 0},   // Y = 5 * 5 / 30
+                    EmitCase{"XDominatesY", 120.0F, 20.0F, 30, 0},  // Y = 5 * 5 / 30
                     EmitCase{"YDominatesX", -20.0F, -120.0F, 0, -30},
                     EmitCase{"DominanceNeedsTwenty", 76.0F, 16.0F, 19, 4},  // 19 < 20
                     EmitCase{"NoDominanceBelowFourToOne", 120.0F, 40.0F, 30, 10},

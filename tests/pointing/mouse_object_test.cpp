@@ -58,17 +58,6 @@ double absolute_x(float yaw_deg) {
     return 1366.0 * (std::tan(yaw_deg * kPi / 180.0) / screen_tan(1366, 2371.6926F) + 0.5);
 }
 
-TEST(MouseObject, StartsCentredOnTheDefaultScreen) {
-    velmo_mouse_obj m;
-    EXPECT_EQ(m.width, 1366);
-    EXPECT_EQ(m.height, 768);
-    EXPECT_EQ(m.internal_x, 683.0F);
-    EXPECT_EQ(m.internal_y, 384.0F);
-    EXPECT_EQ(m.x, 683);
-    EXPECT_EQ(m.y, 384);
-    EXPECT_EQ(m.gyro_level_mean, 0.0F);
-}
-
 struct AbsoluteCase {
     const char* name;
     float centre_yaw;
@@ -128,15 +117,15 @@ struct MoveCase {
 // pointer_movement on a 1366-pixel axis.
 TEST(MouseObject, MovementStopsAtTheEdgesAndResumes) {
     const MoveCase cases[] = {
-        {700.7F, 683, 17},     // inside to inside
-        {1500.0F, 1300, 66},   // run up to the right edge
-        {1600.0F, 1500, 0},    // both beyond the right edge
-        {1000.0F, 1600, -366}, // come back from the right
-        {1366.0F, 1366, 0},    // on the edge
-        {-30.0F, 40, -40},     // run up to the left edge
-        {-80.0F, -30, 0},      // both beyond the left edge
-        {20.0F, -50, 20},      // come back from the left
-        {-0.5F, 0, 0},         // trunc toward zero on the left edge
+        {700.7F, 683, 17},      // inside to inside
+        {1500.0F, 1300, 66},    // run up to the right edge
+        {1600.0F, 1500, 0},     // both beyond the right edge
+        {1000.0F, 1600, -366},  // come back from the right
+        {1366.0F, 1366, 0},     // on the edge
+        {-30.0F, 40, -40},      // run up to the left edge
+        {-80.0F, -30, 0},       // both beyond the left edge
+        {20.0F, -50, 20},       // come back from the left
+        {-0.5F, 0, 0},          // trunc toward zero on the left edge
     };
     for (const MoveCase& c : cases) {
         EXPECT_EQ(imu::pointer_movement(c.pos, c.prev, 1366), c.dx)
@@ -255,8 +244,8 @@ TEST(MouseObject, ResolutionIsTruncatedAndBadSizesRefused) {
 // The events the object injects, read back from the stand-in device.
 struct MouseDevice : testing::Test {
     TempRoot root;
-    EventReader reader{(root.make_input_device("event3", "VelmoVirtualMouse"),
-                        root.path("/dev/input/event3"))};
+    EventReader reader{
+        (root.make_input_device("event3", "VelmoVirtualMouse"), root.path("/dev/input/event3"))};
 };
 
 TEST_F(MouseDevice, SlotAndInjectedMovementWithYReversed) {

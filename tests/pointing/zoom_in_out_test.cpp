@@ -14,9 +14,8 @@ std::vector<int> run(zoom_in_out_obj& z, int n, float r1, float r2, float r3, in
                      int orientation, float az = 9.8F) {
     std::vector<int> out;
     for (int k = 0; k < n; ++k) {
-        out.push_back(
-            z.staticIndicator(r1, r2, r3, 0.0F, 0.0F, az, 0.0F, 0.0F, 0.0F, 1, sensitivity,
-                              orientation));
+        out.push_back(z.staticIndicator(r1, r2, r3, 0.0F, 0.0F, az, 0.0F, 0.0F, 0.0F, 1,
+                                        sensitivity, orientation));
     }
     return out;
 }

@@ -12,21 +12,13 @@ std::ostream& operator<<(std::ostream& os, const InputEvent& e) {
     return os << "{type " << e.type << ", code " << e.code << ", value " << e.value << "}";
 }
 
-InputEvent syn() {
-    return {EV_SYN, SYN_REPORT, 0};
-}
+InputEvent syn() { return {EV_SYN, SYN_REPORT, 0}; }
 
-InputEvent rel(int code, int value) {
-    return {EV_REL, static_cast<std::uint16_t>(code), value};
-}
+InputEvent rel(int code, int value) { return {EV_REL, static_cast<std::uint16_t>(code), value}; }
 
-InputEvent key(int code, int value) {
-    return {EV_KEY, static_cast<std::uint16_t>(code), value};
-}
+InputEvent key(int code, int value) { return {EV_KEY, static_cast<std::uint16_t>(code), value}; }
 
-InputEvent msc_scan(int value) {
-    return {EV_MSC, MSC_SCAN, value};
-}
+InputEvent msc_scan(int value) { return {EV_MSC, MSC_SCAN, value}; }
 
 EventReader::EventReader(const std::string& fifo_path)
     : fd_(::open(fifo_path.c_str(), O_RDONLY | O_NONBLOCK)) {
@@ -35,9 +27,7 @@ EventReader::EventReader(const std::string& fifo_path)
     }
 }
 
-EventReader::~EventReader() {
-    ::close(fd_);
-}
+EventReader::~EventReader() { ::close(fd_); }
 
 std::vector<InputEvent> EventReader::take() {
     std::vector<InputEvent> out;
