@@ -96,18 +96,18 @@ public:
     int get_zoom_in_out(const float* rates, const float* acceleration, int mode, int sensitivity,
                         int orientation);
 
-    int32_t sample_counter; /* calls since the last reset, up to 1000 */
-    int32_t last_sensitivity;
-    float step_size;         /* rate sum per emitted step */
-    float minimum_rate;      /* 0.1: slower rates are not gathered */
-    float accepted_rate[3];  /* this call's rates after the flick rejection */
-    float published_rate[2]; /* accepted r2, accepted r1 */
-    float previous_az;       /* m/s^2 */
-    int32_t quiet_count[2];  /* calls since a rejecting motion: axis 1, axis 2 */
-    int32_t run_count[2];    /* consecutive gathering calls: axis 2, axis 1 */
-    float gathered[2];       /* rate gathered about axis 2 (A) and axis 1 (B) */
-    int32_t step[2];         /* steps of this call: s1 (axis 2), s2 (axis 1) */
-    int32_t result;
+    int32_t sample_counter = 0; /* calls since the last reset, up to 1000 */
+    int32_t last_sensitivity = 0;
+    float step_size = 0.5F;       /* rate sum per emitted step */
+    float minimum_rate = 0.1F;    /* 0.1: slower rates are not gathered */
+    float accepted_rate[3] = {};  /* this call's rates after the flick rejection */
+    float published_rate[2] = {}; /* accepted r2, accepted r1 */
+    float previous_az = 0.0F;     /* m/s^2 */
+    int32_t quiet_count[2] = {};  /* calls since a rejecting motion: axis 1, axis 2 */
+    int32_t run_count[2] = {};    /* consecutive gathering calls: axis 2, axis 1 */
+    float gathered[2] = {};       /* rate gathered about axis 2 (A) and axis 1 (B) */
+    int32_t step[2] = {};         /* steps of this call: s1 (axis 2), s2 (axis 1) */
+    int32_t result = 0;
 };
 
 #endif /* __cplusplus */

@@ -46,9 +46,9 @@ void check_calibration_file() {
         return;
     }
     std::rewind(f);
-    std::fputs("0 1680 1050\n", f);
-    std::fflush(f);
-    std::fclose(f);
+    (void)std::fputs("0 1680 1050\n", f);
+    (void)std::fflush(f);
+    (void)std::fclose(f);
 }
 
 // Takes the leading fields of the line that hold finite numbers. Returns
@@ -106,10 +106,10 @@ IMU_EXPORT int write_screen_position_resolution(const float* values) {
         return -err;
     }
     std::rewind(f);
-    std::fprintf(f, "%.1f %.1f %.1f\n", static_cast<double>(values[0]),
-                 static_cast<double>(values[1]), static_cast<double>(values[2]));
-    std::fflush(f);
-    std::fclose(f);
+    (void)std::fprintf(f, "%.1f %.1f %.1f\n", static_cast<double>(values[0]),
+                       static_cast<double>(values[1]), static_cast<double>(values[2]));
+    (void)std::fflush(f);
+    (void)std::fclose(f);
     return 0;
 }
 
@@ -134,7 +134,7 @@ IMU_EXPORT int read_screen_position_resolution(float* values) {
     }
     std::rewind(f);
     const int taken = imu::scan_settings(f, values);
-    std::fclose(f);
+    (void)std::fclose(f);
     if (taken > 0) {
         return 0;
     }

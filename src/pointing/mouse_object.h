@@ -43,30 +43,30 @@ public:
     // key bit 3. Returns 0.
     int report_mouse_event_to_system() noexcept;
 
-    float view_angle_rad;
-    float pixels_per_rad;
-    std::int32_t width;
-    std::int32_t height;
-    float internal_x;  // pixels; may leave the screen
-    float internal_y;
-    std::int32_t dx;  // movement of the last cycle
-    std::int32_t dy;
-    float center_yaw_deg;
-    float center_pitch_deg;
-    float yaw_deg;
-    float pitch_deg;
-    float roll_deg;
-    float yaw_offset_deg;  // yaw - centre, in [-180, 180]
-    float pitch_offset_deg;
-    float clamped_yaw_offset_deg;  // limited to +-80
-    float clamped_pitch_offset_deg;
-    std::int32_t x;  // previous internal position, whole pixels
-    std::int32_t y;
-    std::int32_t key_state;
-    std::int32_t recentre_pending;
-    float rate_rps[3];                      // y rate, unused, x rate: roll-compensated gyro
-    float gyro_level_ring[kGyroLevelRing];  // oldest first
-    float gyro_level_mean;
+    float view_angle_rad = 0.0F;
+    float pixels_per_rad = 0.0F;
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+    float internal_x = 0.0F;  // pixels; may leave the screen
+    float internal_y = 0.0F;
+    std::int32_t dx = 0;  // movement of the last cycle
+    std::int32_t dy = 0;
+    float center_yaw_deg = 0.0F;
+    float center_pitch_deg = 0.0F;
+    float yaw_deg = 0.0F;
+    float pitch_deg = 0.0F;
+    float roll_deg = 0.0F;
+    float yaw_offset_deg = 0.0F;  // yaw - centre, in [-180, 180]
+    float pitch_offset_deg = 0.0F;
+    float clamped_yaw_offset_deg = 0.0F;  // limited to +-80
+    float clamped_pitch_offset_deg = 0.0F;
+    std::int32_t x = 0;  // previous internal position, whole pixels
+    std::int32_t y = 0;
+    std::int32_t key_state = 0;
+    std::int32_t recentre_pending = 0;
+    float rate_rps[3] = {};                      // y rate, unused, x rate: roll-compensated gyro
+    float gyro_level_ring[kGyroLevelRing] = {};  // oldest first
+    float gyro_level_mean = 0.0F;
 
 private:
     void place(double tan_x, double tan_y, float interval_us);
