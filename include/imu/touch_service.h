@@ -44,9 +44,9 @@ static_assert(sizeof(vl_touch_sensors_event) == 24, "vl_touch_sensors_event is 2
 struct touch_sensor_fd {
     const char* name; /* "VelmoVirtualTouch" */
     std::int32_t reserved;
-    int fd;                /* descriptor of the node, or -1 */
-    char class_path[4096]; /* "<sysfs input dir>/<entry>/", or "" */
-    char device_path[4096];/* "/dev/input/<entry>" of the node last tried */
+    int fd;                 /* descriptor of the node, or -1 */
+    char class_path[4096];  /* "<sysfs input dir>/<entry>/", or "" */
+    char device_path[4096]; /* "/dev/input/<entry>" of the node last tried */
 };
 
 /* Threads: construct, start, stop, update the path and destroy from one
@@ -97,14 +97,16 @@ public:
      * -1. */
     static int open_input_device(const char* name, int flags, char* path, int path_size);
     /* The sysfs directory "<dir>/<entry>/" of the device called name, at
-     * most size bytes (never cut). Returns 0, or -1 with class_path "". */
+     * most size bytes (never cut). Returns 0, or -1 with class_path ""
+     * (left untouched for a size of 0 or less). */
     static int get_class_path(char* class_path, const char* name, int size);
     /* Replaces the trailing '\r' and '\n' of s[0, length) by terminators.
      * Returns 0, or -1 for a null s or a negative length. */
     static int chomp(char* s, int length);
 
     /* Gesture coordinate -> device coordinate, truncated and held within
-     * [0, device size]; 0 when the sizes give no finite scale. */
+     * [0, device size]; 0 when the device size is not finite and
+     * positive or the scaled value is not a number. */
     int convert_x(int x) const;
     int convert_y(int y) const;
 
@@ -135,10 +137,10 @@ public:
     vl_touch_sensors_event latest;
     std::atomic<bool> running;
     touch_sensor_fd touch;
-    float input_width;   /* 1280: the gesture coordinate space */
-    float input_height;  /* 800 */
-    float device_width;  /* 1500: the device's coordinate range */
-    float device_height; /* 1000 */
+    float input_width;            /* 1280: the gesture coordinate space */
+    float input_height;           /* 800 */
+    float device_width;           /* 1500: the device's coordinate range */
+    float device_height;          /* 1000 */
     VelmoReceiverThread receiver; /* managed by the library */
 };
 

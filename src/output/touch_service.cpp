@@ -79,8 +79,8 @@ void sleep_ms(int ms) {
 
 // A coordinate held within int, for gestures driven beyond it.
 int saturate(long long v) {
-    return static_cast<int>(std::clamp<long long>(v, std::numeric_limits<int>::min(),
-                                                  std::numeric_limits<int>::max()));
+    return static_cast<int>(
+        std::clamp<long long>(v, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
 // A float truncated towards zero; NaN gives 0 and values beyond int stick
@@ -309,9 +309,20 @@ int touch_service::enlarge(int centre_x, int y, int steps) {
 
 namespace {
 
+// strerror_r comes as the XSI (int) or the GNU (char*) flavour; both give a
+// text without the shared buffer of strerror, as gestures write on the
+// receiver thread.
+[[maybe_unused]] const char* error_text(int result, const char* buf) {
+    return result == 0 ? buf : "Unknown error";
+}
+[[maybe_unused]] const char* error_text(const char* result, const char* /*buf*/) { return result; }
+
 int write_event(int fd, std::uint16_t type, std::uint16_t code, int value) {
     if (imu::platform::write_input_event(fd, type, code, value) < 0) {
-        __android_log_print(ds::kLogError, kTag, "write error: %d %s\n", fd, std::strerror(errno));
+        const int err = errno;
+        char buf[128];
+        __android_log_print(ds::kLogError, kTag, "write error: %d %s\n", fd,
+                            error_text(strerror_r(err, buf, sizeof buf), buf));
         return -1;
     }
     return 0;

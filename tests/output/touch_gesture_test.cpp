@@ -1,8 +1,8 @@
 // The touch service's device side: finding "VelmoVirtualTouch", scaling
 // gesture coordinates to the device, and the frames each gesture writes.
 
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <linux/input.h>
 #include <unistd.h>
 
@@ -35,8 +35,7 @@ constexpr int kIntMin = std::numeric_limits<int>::min();
 struct TouchDevice : testing::Test {
     imu::test::LogCapture log;
     imu::test::TempRoot root;
-    StampedReader reader{(root.make_input_device("event5", kName),
-                          root.path("/dev/input/event5"))};
+    StampedReader reader{(root.make_input_device("event5", kName), root.path("/dev/input/event5"))};
 
     // The sysfs name file of input entry.
     void write_name_file(const std::string& entry, const std::string& content) const {
@@ -67,16 +66,14 @@ TEST_P(TouchConvert, ScalesTruncatesAndHolds) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, TouchConvert,
-    testing::Values(ConvertCase{"x centre", true, 640, 750}, ConvertCase{"x tap", true, 500, 585},
-                    ConvertCase{"x edge", true, 1280, 1500}, ConvertCase{"x below", true, -5, 0},
-                    ConvertCase{"x beyond", true, 2000, 1500},
-                    ConvertCase{"x int max", true, kIntMax, 1500},
-                    ConvertCase{"x int min", true, kIntMin, 0},
-                    ConvertCase{"x truncates 1.17", true, 1, 1},
-                    ConvertCase{"y centre", false, 400, 500}, ConvertCase{"y tap", false, 500, 625},
-                    ConvertCase{"y edge", false, 800, 1000},
-                    ConvertCase{"y beyond", false, 801, 1000},
-                    ConvertCase{"y below", false, -1, 0}),
+    testing::Values(
+        ConvertCase{"x centre", true, 640, 750}, ConvertCase{"x tap", true, 500, 585},
+        ConvertCase{"x edge", true, 1280, 1500}, ConvertCase{"x below", true, -5, 0},
+        ConvertCase{"x beyond", true, 2000, 1500}, ConvertCase{"x int max", true, kIntMax, 1500},
+        ConvertCase{"x int min", true, kIntMin, 0}, ConvertCase{"x truncates 1.17", true, 1, 1},
+        ConvertCase{"y centre", false, 400, 500}, ConvertCase{"y tap", false, 500, 625},
+        ConvertCase{"y edge", false, 800, 1000}, ConvertCase{"y beyond", false, 801, 1000},
+        ConvertCase{"y below", false, -1, 0}),
     [](const auto& info) {
         std::string n = info.param.what;
         for (char& ch : n) {
@@ -251,38 +248,38 @@ TEST_P(TouchGesture, WritesTheseFramesThenTheRelease) {
     EXPECT_EQ(got, expected) << c.what;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, TouchGesture,
-    testing::Values(
-        // left = max(2 - 5, 0) = 0 and right = 7 close in and stop at 2.
-        GestureCase{"narrow stops at the centre",
-                    [](touch_service& s) { s.narrow(2, 8, 5); },
-                    {{{1, 10}, {7, 10}},
-                     {{2, 10}, {5, 10}},
-                     {{2, 10}, {4, 10}},
-                     {{2, 10}, {3, 10}},
-                     {{2, 10}, {2, 10}}}},
-        // left -6, -7, -8 stick to 0; right 16, 17, 18.
-        GestureCase{"enlarge below zero sticks to the edge",
-                    [](touch_service& s) { s.enlarge(5, 16, 3); },
-                    {{{0, 20}, {18, 20}}, {{0, 20}, {19, 20}}, {{0, 20}, {21, 20}}}},
-        GestureCase{"enlarge without steps releases only",
-                    [](touch_service& s) { s.enlarge(5, 16, 0); },
-                    {}},
-        GestureCase{"narrow with negative steps releases only",
-                    [](touch_service& s) { s.narrow(5, 16, -3); },
-                    {}},
-        // Coordinates at the int limits saturate instead of overflowing.
-        GestureCase{"enlarge at int max",
-                    [](touch_service& s) { s.enlarge(kIntMax, 0, 2); },
-                    {{{1500, 0}, {1500, 0}}, {{1500, 0}, {1500, 0}}}},
-        GestureCase{"narrow at int max starts right at the input width",
-                    [](touch_service& s) { s.narrow(kIntMax, 0, 2); },
-                    {{{1500, 0}, {1498, 0}}, {{1500, 0}, {1497, 0}}}},
-        GestureCase{"narrow at int min",
-                    [](touch_service& s) { s.narrow(kIntMin, 0, 2); },
-                    {{{1, 0}, {0, 0}}, {{2, 0}, {0, 0}}}}),
-    [](const auto& info) { return "case" + std::to_string(info.index); });
+INSTANTIATE_TEST_SUITE_P(Cases, TouchGesture,
+                         testing::Values(
+                             // left = max(2 - 5, 0) = 0 and right = 7 close in and stop at 2.
+                             GestureCase{"narrow stops at the centre",
+                                         [](touch_service& s) { s.narrow(2, 8, 5); },
+                                         {{{1, 10}, {7, 10}},
+                                          {{2, 10}, {5, 10}},
+                                          {{2, 10}, {4, 10}},
+                                          {{2, 10}, {3, 10}},
+                                          {{2, 10}, {2, 10}}}},
+                             // left -6, -7, -8 stick to 0; right 16, 17, 18.
+                             GestureCase{
+                                 "enlarge below zero sticks to the edge",
+                                 [](touch_service& s) { s.enlarge(5, 16, 3); },
+                                 {{{0, 20}, {18, 20}}, {{0, 20}, {19, 20}}, {{0, 20}, {21, 20}}}},
+                             GestureCase{"enlarge without steps releases only",
+                                         [](touch_service& s) { s.enlarge(5, 16, 0); },
+                                         {}},
+                             GestureCase{"narrow with negative steps releases only",
+                                         [](touch_service& s) { s.narrow(5, 16, -3); },
+                                         {}},
+                             // Coordinates at the int limits saturate instead of overflowing.
+                             GestureCase{"enlarge at int max",
+                                         [](touch_service& s) { s.enlarge(kIntMax, 0, 2); },
+                                         {{{1500, 0}, {1500, 0}}, {{1500, 0}, {1500, 0}}}},
+                             GestureCase{"narrow at int max starts right at the input width",
+                                         [](touch_service& s) { s.narrow(kIntMax, 0, 2); },
+                                         {{{1500, 0}, {1498, 0}}, {{1500, 0}, {1497, 0}}}},
+                             GestureCase{"narrow at int min",
+                                         [](touch_service& s) { s.narrow(kIntMin, 0, 2); },
+                                         {{{1, 0}, {0, 0}}, {{2, 0}, {0, 0}}}}),
+                         [](const auto& info) { return "case" + std::to_string(info.index); });
 
 // One frame, no release; the down value is written as given, and only 0
 // zeroes the positions.
@@ -292,8 +289,8 @@ TEST_F(TouchDevice, MultiPointFrameWritesDownAsGiven) {
     EXPECT_EQ(s.touch_muti_point(1280, 800, -4, 400, 3, -5), 0);
     EXPECT_EQ(s.touch_muti_point(1280, 800, -4, 400, 0, 0), 0);
     auto expected = two_contact_frame(1, {1500, 1000}, {0, 500});
-    for (const auto& f : {two_contact_frame(3, {1500, 1000}, {0, 500}),
-                          two_contact_frame(0, {0, 0}, {0, 0})}) {
+    for (const auto& f :
+         {two_contact_frame(3, {1500, 1000}, {0, 500}), two_contact_frame(0, {0, 0}, {0, 0})}) {
         expected.insert(expected.end(), f.begin(), f.end());
     }
     EXPECT_EQ(imu::test::events_of(reader.take()), expected);

@@ -2,6 +2,8 @@
 // "/data/velmo/touch_service" become gestures on the device, or callbacks
 // when one is registered.
 
+#include "imu/touch_service.h"
+
 #include <gtest/gtest.h>
 #include <linux/input.h>
 
@@ -12,7 +14,6 @@
 #include <thread>
 #include <vector>
 
-#include "imu/touch_service.h"
 #include "support/data_service_client.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
@@ -42,8 +43,11 @@ struct Call {
     Bytes event;  // the whole VLEvent
 };
 
+// The callbacks seen so far; each test runs in a process of its own.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 std::mutex g_calls_mutex;
-std::vector<Call> g_calls;  // each test runs in a process of its own
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+std::vector<Call> g_calls;
 
 void record_call(unsigned first, VLCONTROLLER_ID controller, const VLEvent& event) {
     const auto* p = reinterpret_cast<const unsigned char*>(&event);
@@ -70,8 +74,8 @@ protected:
 
     imu::test::LogCapture log;
     imu::test::TempRoot root;
-    StampedReader reader{(root.make_input_device("event2", "VelmoVirtualTouch"),
-                          root.path("/dev/input/event2"))};
+    StampedReader reader{
+        (root.make_input_device("event2", "VelmoVirtualTouch"), root.path("/dev/input/event2"))};
 };
 
 // Command (1, 1), sent by another object's send_clien_data: 7 events down
@@ -102,7 +106,7 @@ TEST_F(TouchService, TapCommandWritesDownHoldUp) {
 struct Sweep {
     const char* what;
     std::int32_t key_type;
-    int y;              // device y of every contact
+    int y;  // device y of every contact
     int first_left, first_right;
     int last_left, last_right;
 };
@@ -133,14 +137,13 @@ TEST_P(TouchSweep, CommandWritesTwoHundredFramesAndTheRelease) {
     EXPECT_TRUE(reader.take().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Commands, TouchSweep,
-    testing::Values(
-        // enlarge(200, 200, 200): left 189 .. -10, right 211 .. 410.
-        Sweep{"spread", 2, 250, 221, 247, 0, 480},
-        // narrow(600, 600, 200): left 401 .. 600, right 799 .. 600.
-        Sweep{"pinch", 3, 750, 469, 936, 703, 703}),
-    [](const auto& info) { return std::string(info.param.what); });
+INSTANTIATE_TEST_SUITE_P(Commands, TouchSweep,
+                         testing::Values(
+                             // enlarge(200, 200, 200): left 189 .. -10, right 211 .. 410.
+                             Sweep{"spread", 2, 250, 221, 247, 0, 480},
+                             // narrow(600, 600, 200): left 401 .. 600, right 799 .. 600.
+                             Sweep{"pinch", 3, 750, 469, 936, 703, 703}),
+                         [](const auto& info) { return std::string(info.param.what); });
 
 // Unknown commands and short datagrams are logged and write nothing: the
 // only events that arrive are those of the tap sent last.
