@@ -198,11 +198,31 @@ TEST_F(TouchService, CallbackTakesCommandsInsteadOfGestures) {
     EXPECT_EQ(service.Exit(), 0);
 }
 
-TEST_F(TouchService, NullCallbackIsRefused) {
+TEST_F(TouchService, NullArgumentsAreRefused) {
     touch_service service;
     EXPECT_EQ(service.Init(nullptr), -22);
     EXPECT_EQ(service.callback_set.load(), 0);
+    EXPECT_EQ(service.get_data(nullptr), -22);
+    EXPECT_EQ(service.send_clien_data(nullptr), -22);
+    EXPECT_EQ(service.update_service_path(nullptr), -22);
     EXPECT_EQ(touch_service::pollSensors_server(nullptr), -22);
+}
+
+// Another path takes effect at the next start; one that does not fit a
+// socket address is refused and the path stays.
+TEST_F(TouchService, UpdatedPathIsBoundAndSentTo) {
+    touch_service service;
+    std::string too_long(200, 'x');
+    EXPECT_EQ(service.update_service_path(too_long.data()), -36);
+    EXPECT_EQ(std::string(service.socket_path), root.path(kSocket));
+    std::string other = root.path("/data/velmo/other");
+    EXPECT_EQ(service.update_service_path(other.data()), 0);
+    service.start_service();
+    ASSERT_TRUE(wait_until([&] { return imu::test::is_socket(other); }));
+    vl_touch_sensors_event tap{1, 1, {0, 0, 0, 0}};
+    EXPECT_EQ(service.send_clien_data(&tap), 0);  // to itself
+    EXPECT_EQ(reader.take(2 * kTapFrameEvents).size(), 2 * kTapFrameEvents);
+    EXPECT_FALSE(imu::test::is_socket(root.path(kSocket)));
 }
 
 // Stopping, or destroying, the service while a gesture runs waits for the
