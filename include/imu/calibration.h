@@ -50,6 +50,45 @@ IMU_EXPORT void apply_calibration(IMU* imu, const float* gyro_offset);
  * null pointers leave out unwritten. Loads the file on its first call. */
 IMU_EXPORT void GetZarnCalibratedData(int type, const float* in, float* out);
 
+/* ---- Calibration run ----
+ * While the calibrator virtual sensor is on and an application has written
+ * 1 into "/data/system/velmo_calibrator_s.ini", each fusion cycle offers its
+ * sample to the run. A sample is kept when the phone's direction (third
+ * column of the rotation matrix) lies more than 0.002741 and at most 0.1
+ * (squared distance) from the last kept one; kept samples go to
+ * "/data/system/acc_mag_raw.txt". After 120 kept samples the reference
+ * direction's z flips to -1, after 240 the next update fits the
+ * accelerometer and magnetometer ellipsoids and stores offsets and scales
+ * in the calibration block and its file. Collection lines and the fit's
+ * verdict are printed on standard output. Run these on the fusion path. */
+
+/* Starts a new run at the next sfc_update_sensor_calibration. Returns 0. */
+IMU_EXPORT int init_zarncalibrator(void);
+
+/* One step of the run with the cycle's sample and the nine row-major
+ * elements of its rotation matrix. Returns the run state: 0 collecting the
+ * first half, 1 the second half, 2 fit pending, 3 finished with both fits
+ * accepted, -1 accelerometer fit rejected, -2 magnetometer, -3 both.
+ * A null pointer offers nothing (the state is returned unchanged, though a
+ * pending fit still runs). */
+IMU_EXPORT int sfc_update_sensor_calibration(const IMU* imu, const float* rotation_matrix);
+
+/* Samples kept in the current run, 0 to 240. */
+IMU_EXPORT int return_data_collect_counter(void);
+
+/* Writes "0\n" to the request file and sets its mode to 0777, so that an
+ * application can write 1. Returns 0; -1 when the mode cannot be set (logged
+ * "change file failed.\n"); the negated errno when the file cannot be
+ * written (logged "Unable to open <path> (<reason>)"). */
+IMU_EXPORT int creat_app_calibration_file(void);
+
+/* Reads the integer in the request file and logs
+ * "check_app_calibration_file = <n>". Returns it (a number beyond int range
+ * is clamped to the nearest end), the negated errno when the file cannot be
+ * opened, or, when it holds no number, the negated errno as it stands then
+ * (nothing logged). */
+IMU_EXPORT int check_app_calibration_file(void);
+
 IMU_EXTERN_C_END
 
 #endif /* IMU_CALIBRATION_H */
