@@ -84,9 +84,9 @@ IMU_EXPORT int creat_app_calibration_file(void);
 
 /* Reads the integer in the request file and logs
  * "check_app_calibration_file = <n>". Returns it (a number beyond int range
- * is clamped to the nearest end), the negated errno when the file cannot be
- * opened, or, when it holds no number, the negated errno as it stands then
- * (nothing logged). */
+ * is clamped to the nearest end), or a negated errno with nothing logged:
+ * the file's when it cannot be opened or read, -ENODATA when it holds no
+ * number. */
 IMU_EXPORT int check_app_calibration_file(void);
 
 IMU_EXTERN_C_END

@@ -29,6 +29,12 @@ constexpr const char* kOpenMode = "0777";  // the request file's mode, as text i
 
 using platform::FixedPath;
 
+// The result when the numbers end: the stream's errno, or -ENODATA when
+// nothing set one (the end of the input, or text that is not a number).
+int no_number() {
+    return errno != 0 ? -errno : -ENODATA;
+}
+
 // Reads a decimal integer as "%d" does (leading white space, an optional
 // sign, digits), clamping a number beyond int range to its nearest end.
 // Returns 1 when it converted a number, 0 when not, EOF at the end of input.
@@ -92,15 +98,16 @@ int read_acc_mag_raw() noexcept {
         return -errno;
     }
     std::rewind(f);
+    errno = 0;
     CalibratorSample* table = calibrator_workspace().sample;
     for (int i = 0; i < kCalibSamples; ++i) {
         float* a = table[i].acc;
         float* m = table[i].mag;
         const int n = std::fscanf(f, kRawRead, &a[0], &a[1], &a[2], &m[0], &m[1], &m[2]);
         if (n <= 0) {
-            const int err = errno;
+            const int result = no_number();
             std::fclose(f);
-            return -err;
+            return result;
         }
     }
     std::fclose(f);
@@ -145,12 +152,13 @@ IMU_EXPORT int check_app_calibration_file(void) {
         return -errno;
     }
     std::rewind(f);
+    errno = 0;
     int value = 0;
     const int n = imu::scan_int(f, &value);
-    const int err = errno;
+    const int result = imu::no_number();
     std::fclose(f);
     if (n != 1) {
-        return -err;
+        return result;
     }
     __android_log_print(ANDROID_LOG_ERROR, imu::kTag, "check_app_calibration_file = %d", value);
     return value;

@@ -24,10 +24,10 @@ RunFileState& run_file_state() noexcept;
 int save_acc_mag_raw(const IMU* imu) noexcept;
 
 // Loads up to 240 lines of the raw file into the workspace's sample table.
-// Returns 0 after the 240th sample; when the numbers end earlier (or are not
-// numbers), the entries read so far are filled, the rest keep their values,
-// and the result is the negated errno as it stands then (0 when nothing has
-// set it). A missing file gives its negated errno.
+// Returns 0 after the 240th sample. When the numbers end earlier the
+// entries read so far are filled and the rest keep their values; the result
+// is then the stream's negated errno, or -ENODATA at the end of the input
+// or at text that is not a number. A missing file gives its negated errno.
 int read_acc_mag_raw() noexcept;
 
 // Sets the request file's mode to 0777. Returns 0, or -1 with the log line
