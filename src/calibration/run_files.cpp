@@ -85,8 +85,9 @@ int save_acc_mag_raw(const IMU* imu) noexcept {
     }
     const float* a = imu->acc_raw;
     const float* m = imu->mag_raw;
-    std::fprintf(f, kRawWrite, double{a[0]}, double{a[1]}, double{a[2]}, double{m[0]},
-                 double{m[1]}, double{m[2]});
+    std::fprintf(f, kRawWrite, static_cast<double>(a[0]), static_cast<double>(a[1]),
+                 static_cast<double>(a[2]), static_cast<double>(m[0]), static_cast<double>(m[1]),
+                 static_cast<double>(m[2]));
     std::fflush(f);
     std::fclose(f);
     return 0;
