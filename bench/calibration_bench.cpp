@@ -18,7 +18,7 @@
 namespace {
 
 using imu::test::CalibRun;
-using imu::test::CalibRunSpec;
+using imu::test::CalibRunSetup;
 
 // Sends standard output to /dev/null while it lives (the fit prints its
 // verdict on each run).
@@ -68,12 +68,12 @@ BENCHMARK(BM_CalculateBiasRealistic)->Unit(benchmark::kMillisecond)->Iterations(
 
 // Strong errors: larger offsets and scales, more noise.
 void BM_CalculateBiasStrongErrors(benchmark::State& state) {
-    CalibRunSpec spec;
-    spec.acc = {{-0.6F, 0.45F, -0.8F}, {0.93F, 1.08F, 0.96F}};
-    spec.mag = {{-60.0F, 80.0F, 35.0F}, {0.85F, 1.15F, 1.05F}};
-    spec.acc_noise = 0.1;
-    spec.mag_noise = 1.0;
-    fit_file(state, imu::test::raw_file_text(imu::test::make_calib_run(spec)));
+    CalibRunSetup setup;
+    setup.acc = {{-0.6F, 0.45F, -0.8F}, {0.93F, 1.08F, 0.96F}};
+    setup.mag = {{-60.0F, 80.0F, 35.0F}, {0.85F, 1.15F, 1.05F}};
+    setup.acc_noise = 0.1;
+    setup.mag_noise = 1.0;
+    fit_file(state, imu::test::raw_file_text(imu::test::make_calib_run(setup)));
 }
 BENCHMARK(BM_CalculateBiasStrongErrors)->Unit(benchmark::kMillisecond)->Iterations(3);
 

@@ -22,7 +22,7 @@ namespace {
 
 using imu::calibrator_workspace;
 using imu::test::CalibRun;
-using imu::test::CalibRunSpec;
+using imu::test::CalibRunSetup;
 using imu::test::LogCapture;
 using imu::test::TempRoot;
 
@@ -46,15 +46,15 @@ Fit run_fit(const TempRoot& root, const std::string& raw) {
 }
 
 // The recovered block against the truth of the run.
-void expect_recovered(const CalibRunSpec& spec, const CalibRun& run, const float* c) {
+void expect_recovered(const CalibRunSetup& setup, const CalibRun& run, const float* c) {
     const double g = imu::test::kStandardGravity;
     for (int k = 0; k < 3; ++k) {
-        EXPECT_NEAR(c[imu::kAccOffset + k], spec.acc.offset[k], kTolerance * g) << "axis " << k;
-        EXPECT_NEAR(c[imu::kAccScale + k] / spec.acc.scale[k], 1.0, kTolerance) << "axis " << k;
-        EXPECT_NEAR(c[imu::kMagOffset + k], spec.mag.offset[k], kTolerance * spec.field_ut)
+        EXPECT_NEAR(c[imu::kAccOffset + k], setup.acc.offset[k], kTolerance * g) << "axis " << k;
+        EXPECT_NEAR(c[imu::kAccScale + k] / setup.acc.scale[k], 1.0, kTolerance) << "axis " << k;
+        EXPECT_NEAR(c[imu::kMagOffset + k], setup.mag.offset[k], kTolerance * setup.field_ut)
             << "axis " << k;
         // The magnetometer maps onto a sphere of the readings' own mean radius.
-        const double expected = run.mag_radius * spec.mag.scale[k] / spec.field_ut;
+        const double expected = run.mag_radius * setup.mag.scale[k] / setup.field_ut;
         EXPECT_NEAR(c[imu::kMagScale + k] / expected, 1.0, kTolerance) << "axis " << k;
     }
 }
@@ -71,28 +71,28 @@ void expect_saved_block() {
     }
 }
 
-class SyntheticRun : public testing::TestWithParam<CalibRunSpec> {};
+class SyntheticRun : public testing::TestWithParam<CalibRunSetup> {};
 
 // GIVEN 240 samples of sensors with known offsets and axis scales
 // WHEN the run's raw file is fitted
 // THEN both fits are accepted and the block and its file hold the truth.
 TEST_P(SyntheticRun, RecoversOffsetsAndScales) {
-    const CalibRunSpec& spec = GetParam();
+    const CalibRunSetup& setup = GetParam();
     TempRoot root;
-    const CalibRun run = imu::test::make_calib_run(spec);
+    const CalibRun run = imu::test::make_calib_run(setup);
     imu::calibration_state().s_calib2[imu::kGyroOffset] = 0.125F;
     const Fit fit = run_fit(root, imu::test::raw_file_text(run));
 
     EXPECT_EQ(fit.result, 0);
     EXPECT_EQ(fit.out, "Calibration Finished!\nCalibration Finished!\n");
-    expect_recovered(spec, run, block());
+    expect_recovered(setup, run, block());
     EXPECT_EQ(block()[imu::kGyroOffset], 0.125F);
 
     expect_saved_block();
 }
 
-CalibRunSpec strong_errors() {
-    CalibRunSpec s;
+CalibRunSetup strong_errors() {
+    CalibRunSetup s;
     s.acc = {{-0.6F, 0.45F, -0.8F}, {0.93F, 1.08F, 0.96F}};
     s.mag = {{-60.0F, 80.0F, 35.0F}, {0.85F, 1.15F, 1.05F}};
     s.field_ut = 52.0;
@@ -101,15 +101,15 @@ CalibRunSpec strong_errors() {
     return s;
 }
 
-CalibRunSpec noiseless() {
-    CalibRunSpec s;
+CalibRunSetup noiseless() {
+    CalibRunSetup s;
     s.acc_noise = 0.0;
     s.mag_noise = 0.0;
     return s;
 }
 
 INSTANTIATE_TEST_SUITE_P(Phones, SyntheticRun,
-                         testing::Values(CalibRunSpec{}, strong_errors(), noiseless()));
+                         testing::Values(CalibRunSetup{}, strong_errors(), noiseless()));
 
 // ---- Rejected fits ----
 

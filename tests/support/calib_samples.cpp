@@ -47,10 +47,10 @@ void to_device(const float* matrix, const double* ref, double* device) {
     device[2] = -filter[2];
 }
 
-void readings(const CalibRunSpec& spec, const float* matrix, double* acc, double* mag) {
+void readings(const CalibRunSetup& setup, const float* matrix, double* acc, double* mag) {
     const double up[3] = {0.0, 0.0, -kStandardGravity};  // reference z points down
-    const double dip = rad(spec.inclination_deg);
-    const double field[3] = {0.0, -spec.field_ut * std::cos(dip), spec.field_ut * std::sin(dip)};
+    const double dip = rad(setup.inclination_deg);
+    const double field[3] = {0.0, -setup.field_ut * std::cos(dip), setup.field_ut * std::sin(dip)};
     to_device(matrix, up, acc);
     to_device(matrix, field, mag);
 }
@@ -86,17 +86,17 @@ void direction_matrix(const double* v, double spin_rad, float* out) {
     }
 }
 
-void sensor_readings(const CalibRunSpec& spec, const float* matrix, IMU* imu) {
+void sensor_readings(const CalibRunSetup& setup, const float* matrix, IMU* imu) {
     double acc[3];
     double mag[3];
-    readings(spec, matrix, acc, mag);
-    read_through(spec.acc, acc, imu->acc_raw);
-    read_through(spec.mag, mag, imu->mag_raw);
+    readings(setup, matrix, acc, mag);
+    read_through(setup.acc, acc, imu->acc_raw);
+    read_through(setup.mag, mag, imu->mag_raw);
 }
 
-CalibRun make_calib_run(const CalibRunSpec& spec) {
+CalibRun make_calib_run(const CalibRunSetup& setup) {
     CalibRun run;
-    Noise noise{spec.seed};
+    Noise noise{setup.seed};
     double phi = 0.0;
     for (int i = 0; i < 2 * kHalf; ++i) {
         // Polar angle from the pole of the half: 15 deg out to 85 and back,
@@ -113,16 +113,16 @@ CalibRun make_calib_run(const CalibRunSpec& spec) {
         direction_matrix(v, spin, step.matrix);
         double acc[3];
         double mag[3];
-        readings(spec, step.matrix, acc, mag);
+        readings(setup, step.matrix, acc, mag);
         for (int k = 0; k < 3; ++k) {
-            acc[k] += spec.acc_noise * noise.next();
-            mag[k] += spec.mag_noise * noise.next();
+            acc[k] += setup.acc_noise * noise.next();
+            mag[k] += setup.mag_noise * noise.next();
         }
-        read_through(spec.acc, acc, step.imu.acc_raw);
-        read_through(spec.mag, mag, step.imu.mag_raw);
+        read_through(setup.acc, acc, step.imu.acc_raw);
+        read_through(setup.mag, mag, step.imu.mag_raw);
         double r2 = 0.0;
         for (int k = 0; k < 3; ++k) {
-            const double d = step.imu.mag_raw[k] - spec.mag.offset[k];
+            const double d = step.imu.mag_raw[k] - setup.mag.offset[k];
             r2 += d * d;
         }
         run.mag_radius += std::sqrt(r2) / (2 * kHalf);

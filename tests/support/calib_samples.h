@@ -18,7 +18,7 @@ struct CalibSensorTruth {
     float scale[3];
 };
 
-struct CalibRunSpec {
+struct CalibRunSetup {
     CalibSensorTruth acc{{0.3F, -0.2F, 0.5F}, {1.02F, 0.97F, 1.05F}};       // m/s^2
     CalibSensorTruth mag{{25.0F, -12.0F, 40.0F}, {1.10F, 0.92F, 1.00F}};   // uT
     double field_ut = 45.0;         // magnitude of the earth's field
@@ -42,7 +42,7 @@ struct CalibRun {
 
 inline constexpr double kStandardGravity = 9.8066;
 
-CalibRun make_calib_run(const CalibRunSpec& spec = {});
+CalibRun make_calib_run(const CalibRunSetup& setup = {});
 
 // The raw sample file the run leaves behind (one "%.5f" tab line a step).
 std::string raw_file_text(const CalibRun& run);
@@ -51,8 +51,8 @@ std::string raw_file_text(const CalibRun& run);
 // v (its third column is v) after a spin of spin_rad about the device z.
 void direction_matrix(const double* v, double spin_rad, float* out);
 
-// Fills acc_raw and mag_raw of imu as the sensors of spec read them at the
+// Fills acc_raw and mag_raw of imu as the sensors of setup read them at the
 // orientation of matrix, without noise.
-void sensor_readings(const CalibRunSpec& spec, const float* matrix, IMU* imu);
+void sensor_readings(const CalibRunSetup& setup, const float* matrix, IMU* imu);
 
 }  // namespace imu::test
