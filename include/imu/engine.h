@@ -59,6 +59,87 @@ IMU_EXPORT void array_multiply_double(const double* A, const double* B, double* 
  * exactly 0 (B untouched). */
 IMU_EXPORT int Array3x3_Inverse(const float* A, float* B);
 
+/* ---- Posture filter ------------------------------------------------------
+ * One filter per process, shared by every function below; none of them
+ * locks, so an update, a re-initialisation and the getters must not run at
+ * the same time. */
+
+/* One posture update from the sample's raw fields (acc_raw m/s^2, gyro_raw
+ * rad/s, mag_raw uT, device frame) after time_ns nanoseconds since the
+ * previous sample. Runs the motion statistics and the calibration step,
+ * which rewrites the sample's acc, gyro and mag. Returns 0 when the filter
+ * updated (also when the update ended in the not-a-number recovery), 1 when
+ * it did not filter (magnetometer missing in fusion modes 0, 3 and 4, or the
+ * initialisation update), -22 for a null sample (nothing runs). */
+IMU_EXPORT int sfc_update_posture(IMU* imu, int32_t time_ns);
+
+/* One posture update from nine floats: acceleration (m/s^2), angular rate
+ * (rad/s), magnetic field (uT), device frame; microseconds since the
+ * previous sample. Returns what sfc_update_posture returns; -22 for a null
+ * sample. */
+IMU_EXPORT int run_library(const float* sample, int microseconds);
+
+/* The next update initialises the quaternion from accelerometer and
+ * magnetometer; state, covariance and all outputs become zero. Returns 0. */
+IMU_EXPORT int sfc_re_initialize(void);
+
+/* Fusion modes 0, 3 and 4 skip an update whose magnetometer components are
+ * all below 1e-6 in magnitude; every other mode filters without it. */
+IMU_EXPORT void sfc_set_fusion_mode(int32_t mode);
+IMU_EXPORT int32_t sfc_get_fusion_mode(void);
+/* Stores *mode; a null pointer does nothing. */
+IMU_EXPORT void set_fusion_mode(const int32_t* mode);
+
+/* Test hook: the next filtering update ends in the not-a-number recovery. */
+IMU_EXPORT int qal_ForceNAN(void);
+IMU_EXPORT extern int32_t qal_ForceNAN_flag;
+
+/* ---- Outputs -------------------------------------------------------------
+ * Getters return 0, or -22 for a null buffer, for output that is not valid
+ * (after a not-a-number recovery, until the next good update; nothing is
+ * written then) and, where noted, for an all-zero result. */
+
+/* Azimuth [0, 360), pitch, roll in degrees. -22 also when all three are 0. */
+IMU_EXPORT int sfc_get_euler_angle(float* out);
+/* Vector part of the device-frame quaternion. Does not check validity;
+ * -22 when all three are 0 (they are written first). */
+IMU_EXPORT int sfc_get_rotation_vector(float* out);
+/* Device-frame quaternion (x, y, z, w) with w >= 0. */
+IMU_EXPORT int sfc_get_quaternion(float* out);
+/* Linear acceleration in g, device frame, after a 20-sample high-pass that
+ * every successful call advances. -22 also when all three are 0. */
+IMU_EXPORT int sfc_get_linear_acceleration(float* out);
+/* Gravity in g, device frame, pointing up at rest. Does not check validity;
+ * -22 when all three are 0. */
+IMU_EXPORT int sfc_get_gravity(float* out);
+/* R(q) filter frame to reference frame, 9 floats row-major. Does not check
+ * validity. */
+IMU_EXPORT int sfc_get_rotation_matrix(float* out);
+/* Measured down direction in the reference frame, as (y, x, -z), in g.
+ * -22 also when all three are 0. */
+IMU_EXPORT int sfc_get_global_acceleration(float* out);
+/* out[0] = compass heading in degrees [0, 360), out[1] = 0, out[2] is the
+ * caller's. -22 also when the heading and out[2] are both 0. */
+IMU_EXPORT int sfc_get_compass_heading(float* out);
+/* Fills the whole record; fields whose getter fails for validity keep their
+ * contents (euler, global_acc) or become 0 (linear_acc). Returns 0, or -22
+ * for a null record. */
+IMU_EXPORT int sfc_get_sfc_out(SFC_OUT* out);
+
+/* The filter-frame quaternion (q0, q1, q2, q3) as published, no sign change.
+ * A null buffer does nothing. */
+IMU_EXPORT void get_quaternion(float* out);
+IMU_EXPORT int get_gravity(float* out);
+IMU_EXPORT int get_rotation_vector(float* out);
+IMU_EXPORT int get_linear_acceleration(float* out);
+IMU_EXPORT int get_euler_angles(float* out);
+
+/* Stores a centre yaw angle; no output depends on it. */
+IMU_EXPORT void sfc_set_center_yaw_angle(float yaw);
+/* Zeroes the components of imu->gyro smaller than threshold_dps (degrees
+ * per second) in magnitude. A null sample does nothing. */
+IMU_EXPORT void sfc_gyro_filter(IMU* imu, float threshold_dps);
+
 IMU_EXTERN_C_END
 
 #endif /* IMU_ENGINE_H */
