@@ -223,13 +223,13 @@ bool PostureFilter::filter(float a[3], const float m[3], const float w[3], float
     predict(w, dt, q, p);
     correct_accelerometer(q, p, a);
     correct_heading(q, p, m);
-    store(q, p, a, force_nan);
+    publish(q, p, a, force_nan);
     return !std::isnan(out.euler[1]);
 }
 
 // The output block from the normalised quaternion and the down direction a.
-void PostureFilter::store(const float q_in[4], const float p[16], const float a[3],
-                          bool force_nan) noexcept {
+void PostureFilter::publish(const float q_in[4], const float p[16], const float a[3],
+                            bool force_nan) noexcept {
     std::memcpy(state_quat, q_in, sizeof state_quat);
     std::memcpy(output_quat, q_in, sizeof output_quat);
     std::memcpy(covariance, p, sizeof covariance);

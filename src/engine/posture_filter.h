@@ -70,9 +70,12 @@ public:
     OutputBlock out = {};
     std::int32_t output_valid = 1;
 
+    // Stores q and p as the new state and derives the output block from the
+    // normalised q and the down direction a; force_nan poisons the angles.
+    void publish(const float q[4], const float p[16], const float a[3], bool force_nan) noexcept;
+
 private:
     void predict(const float w[3], float dt, float qp[4], float p[16]) noexcept;
-    void store(const float q[4], const float p[16], const float a[3], bool force_nan) noexcept;
 };
 
 // Accelerometer correction of (q, p) by the down direction a; a is
