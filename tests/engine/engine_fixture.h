@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "imu/engine.h"
+#include "support/alloc_counter.h"
 #include "support/log_capture.h"
 #include "support/sim_recording.h"
 #include "support/temp_root.h"
