@@ -24,6 +24,13 @@ void OutputFilters::high_pass(const float u[3], float out[3]) noexcept {
             h[k] = h[k - 1];
         }
         h[0] = u[i];
+        if (!std::isfinite(mean[i])) {  // a bad value entered: recompute
+            float total = 0.0F;
+            for (int k = 0; k < kHighPassLength; ++k) {
+                total += h[k];
+            }
+            mean[i] = total / n;
+        }
         out[i] = u[i] - mean[i];
     }
 }

@@ -19,7 +19,8 @@ inline constexpr double kHeadingScale = -57.29577951308232;  // radians to clock
 class OutputFilters {
 public:
     // u (device frame, g) minus the running mean of its last 20 values,
-    // the mean including u. Every call advances the history.
+    // the mean including u. Every call advances the history. A mean that is
+    // not finite is recomputed from the history, as in the statistics.
     void high_pass(const float u[3], float out[3]) noexcept;
 
     // Compass heading in degrees [0, 360) of the block, with the formula

@@ -126,6 +126,22 @@ TEST(Outputs, LinearAccelerationHighPass) {
     }
 }
 
+// A not-a-number value leaves the high-pass once it has left the history.
+TEST(Outputs, LinearAccelerationHighPassRecoversFromNotANumber) {
+    imu::OutputFilters o;
+    const float bad[3] = {NAN, 0.0F, 0.0F};
+    const float u[3] = {0.5F, 0.5F, 0.5F};
+    float out[3];
+    o.high_pass(bad, out);
+    for (int n = 1; n <= 19; ++n) {
+        o.high_pass(u, out);
+    }
+    EXPECT_TRUE(std::isnan(out[0]));
+    o.high_pass(u, out);
+    EXPECT_NEAR(out[0], 0.0F, 1e-6F);
+    EXPECT_NEAR(out[1], 0.0F, 1e-6F);
+}
+
 // The getter converts (l0, -l1, -l2) and advances the high-pass once per
 // successful call; an invalid output neither writes nor advances.
 TEST(Outputs, LinearAccelerationGetterAdvancesOnlyWhenValid) {
