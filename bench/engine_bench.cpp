@@ -2,6 +2,7 @@
 // synthetic recording at 200 Hz. Reports the heap allocations per update.
 
 #include <benchmark/benchmark.h>
+
 #include <vector>
 
 #include "imu/engine.h"
@@ -51,9 +52,9 @@ void BM_UpdateAndOutput(benchmark::State& state) {
         sfc_get_sfc_out(&out);
         benchmark::DoNotOptimize(out);
     }
-    state.counters["allocs_per_update"] = benchmark::Counter(
-        static_cast<double>(imu::test::allocation_count() - allocations),
-        benchmark::Counter::kAvgIterations);
+    state.counters["allocs_per_update"] =
+        benchmark::Counter(static_cast<double>(imu::test::allocation_count() - allocations),
+                           benchmark::Counter::kAvgIterations);
     imu_host_set_log_sink(nullptr, nullptr);
 }
 BENCHMARK(BM_UpdateAndOutput);

@@ -17,9 +17,7 @@ constexpr float kGravityScale = 9.8066F;
 
 }  // namespace
 
-Engine& engine() noexcept {
-    return g_engine;
-}
+Engine& engine() noexcept { return g_engine; }
 
 }  // namespace imu
 
@@ -76,25 +74,19 @@ IMU_EXPORT int qal_ForceNAN(void) {
     return 0;
 }
 
-IMU_EXPORT int sfc_get_euler_angle(float* out) {
-    return imu::euler_angle(g_engine.filter, out);
-}
+IMU_EXPORT int sfc_get_euler_angle(float* out) { return imu::euler_angle(g_engine.filter, out); }
 
 IMU_EXPORT int sfc_get_rotation_vector(float* out) {
     return imu::rotation_vector(g_engine.filter, out);
 }
 
-IMU_EXPORT int sfc_get_quaternion(float* out) {
-    return imu::quaternion(g_engine.filter, out);
-}
+IMU_EXPORT int sfc_get_quaternion(float* out) { return imu::quaternion(g_engine.filter, out); }
 
 IMU_EXPORT int sfc_get_linear_acceleration(float* out) {
     return imu::linear_acceleration(g_engine.filter, g_engine.outputs, out);
 }
 
-IMU_EXPORT int sfc_get_gravity(float* out) {
-    return imu::gravity(g_engine.filter, out);
-}
+IMU_EXPORT int sfc_get_gravity(float* out) { return imu::gravity(g_engine.filter, out); }
 
 IMU_EXPORT int sfc_get_rotation_matrix(float* out) {
     return imu::rotation_matrix(g_engine.filter, out);
@@ -141,25 +133,15 @@ IMU_EXPORT void get_quaternion(float* out) {
     }
 }
 
-IMU_EXPORT int get_gravity(float* out) {
-    return sfc_get_gravity(out);
-}
+IMU_EXPORT int get_gravity(float* out) { return sfc_get_gravity(out); }
 
-IMU_EXPORT int get_rotation_vector(float* out) {
-    return sfc_get_rotation_vector(out);
-}
+IMU_EXPORT int get_rotation_vector(float* out) { return sfc_get_rotation_vector(out); }
 
-IMU_EXPORT int get_linear_acceleration(float* out) {
-    return sfc_get_linear_acceleration(out);
-}
+IMU_EXPORT int get_linear_acceleration(float* out) { return sfc_get_linear_acceleration(out); }
 
-IMU_EXPORT int get_euler_angles(float* out) {
-    return sfc_get_euler_angle(out);
-}
+IMU_EXPORT int get_euler_angles(float* out) { return sfc_get_euler_angle(out); }
 
-IMU_EXPORT void sfc_set_center_yaw_angle(float yaw) {
-    g_engine.filter.out.centre_yaw = yaw;
-}
+IMU_EXPORT void sfc_set_center_yaw_angle(float yaw) { g_engine.filter.out.centre_yaw = yaw; }
 
 IMU_EXPORT void sfc_gyro_filter(IMU* imu, float threshold_dps) {
     if (imu != nullptr) {

@@ -31,9 +31,11 @@ bool take_force_nan() {
 void log_recovery(float dt, const IMU& s) {
     __android_log_print(ANDROID_LOG_ERROR, kTag, "ORI NAN Start ReInitial\n");
     __android_log_print(ANDROID_LOG_ERROR, kTag, "DT:%f,ax:%f,%f,%f,mx:%f,%f,%f,gx:%f,%f,%f\n",
-                        double{dt}, double{s.acc[0]}, double{s.acc[1]}, double{s.acc[2]},
-                        double{s.mag[0]}, double{s.mag[1]}, double{s.mag[2]},
-                        double{s.gyro[0]}, double{s.gyro[1]}, double{s.gyro[2]});
+                        static_cast<double>(dt), static_cast<double>(s.acc[0]),
+                        static_cast<double>(s.acc[1]), static_cast<double>(s.acc[2]),
+                        static_cast<double>(s.mag[0]), static_cast<double>(s.mag[1]),
+                        static_cast<double>(s.mag[2]), static_cast<double>(s.gyro[0]),
+                        static_cast<double>(s.gyro[1]), static_cast<double>(s.gyro[2]));
 }
 
 }  // namespace

@@ -22,9 +22,7 @@ namespace imu {
 inline constexpr const char* kEngineVersion = "1.2.2";
 
 // Whether a fusion mode refuses an update without a magnetometer sample.
-constexpr bool mode_needs_field(std::int32_t mode) {
-    return mode == 0 || mode == 3 || mode == 4;
-}
+constexpr bool mode_needs_field(std::int32_t mode) { return mode == 0 || mode == 3 || mode == 4; }
 
 struct Engine {
     // One posture update; see sfc_update_posture. Returns 0 or 1.

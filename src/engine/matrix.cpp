@@ -29,19 +29,44 @@ bool multiply_fixed(const float* A, const float* B, float* C, int m, int n, int 
         return false;
     }
     switch (m * 100 + n * 10 + q) {
-        case 444: multiply<4, 4, 4>(A, B, C); return true;
-        case 441: multiply<4, 4, 1>(A, B, C); return true;
-        case 443: multiply<4, 4, 3>(A, B, C); return true;
-        case 433: multiply<4, 3, 3>(A, B, C); return true;
-        case 431: multiply<4, 3, 1>(A, B, C); return true;
-        case 434: multiply<4, 3, 4>(A, B, C); return true;
-        case 414: multiply<4, 1, 4>(A, B, C); return true;
-        case 344: multiply<3, 4, 4>(A, B, C); return true;
-        case 343: multiply<3, 4, 3>(A, B, C); return true;
-        case 331: multiply<3, 3, 1>(A, B, C); return true;
-        case 144: multiply<1, 4, 4>(A, B, C); return true;
-        case 141: multiply<1, 4, 1>(A, B, C); return true;
-        default: return false;
+        case 444:
+            multiply<4, 4, 4>(A, B, C);
+            return true;
+        case 441:
+            multiply<4, 4, 1>(A, B, C);
+            return true;
+        case 443:
+            multiply<4, 4, 3>(A, B, C);
+            return true;
+        case 433:
+            multiply<4, 3, 3>(A, B, C);
+            return true;
+        case 431:
+            multiply<4, 3, 1>(A, B, C);
+            return true;
+        case 434:
+            multiply<4, 3, 4>(A, B, C);
+            return true;
+        case 414:
+            multiply<4, 1, 4>(A, B, C);
+            return true;
+        case 344:
+            multiply<3, 4, 4>(A, B, C);
+            return true;
+        case 343:
+            multiply<3, 4, 3>(A, B, C);
+            return true;
+        case 331:
+            multiply<3, 3, 1>(A, B, C);
+            return true;
+        case 144:
+            multiply<1, 4, 4>(A, B, C);
+            return true;
+        case 141:
+            multiply<1, 4, 1>(A, B, C);
+            return true;
+        default:
+            return false;
     }
 }
 

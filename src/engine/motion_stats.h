@@ -8,14 +8,14 @@
 namespace imu {
 
 // Tunables of the statistics (floats, as the update computes them).
-inline constexpr int kStatsHistory = 20;          // samples per history and mean divisor
+inline constexpr int kStatsHistory = 20;            // samples per history and mean divisor
 inline constexpr float kStandardGravity = 9.8066F;  // m/s^2 per g
-inline constexpr float kAccLevelScale1 = 0.0007F;  // acc_level = sum / 0.0007 / 0.010391 / 3
+inline constexpr float kAccLevelScale1 = 0.0007F;   // acc_level = sum / 0.0007 / 0.010391 / 3
 inline constexpr float kAccLevelScale2 = 0.010391F;
 inline constexpr float kGyroLevelScale1 = 2e-05F;  // gyro_level = sum / 2e-05 / 1.096622 / 3
 inline constexpr float kGyroLevelScale2 = 1.096622F;
-inline constexpr float kStillAccLevel = 60.0F;   // still: sum < 0.0013093 g^2 ...
-inline constexpr float kStillGyroLevel = 30.0F;  // ... and sum < 0.0019739 (rad/s)^2
+inline constexpr float kStillAccLevel = 60.0F;    // still: sum < 0.0013093 g^2 ...
+inline constexpr float kStillGyroLevel = 30.0F;   // ... and sum < 0.0019739 (rad/s)^2
 inline constexpr std::int32_t kStillCount = 200;  // bias taken on the 201st still update
 inline constexpr float kQuietGyroLevel = 100.0F;  // zero-rate clamp below this level
 inline constexpr float kZeroRate = 0.05235988F;   // 3 deg/s in rad/s

@@ -12,8 +12,8 @@ namespace imu {
 
 inline constexpr int kEinval = -22;
 inline constexpr int kHighPassLength = 20;
-inline constexpr float kHeadingFlatGz = 0.7071067F;      // |gz| above: lying flat
-inline constexpr float kHeadingRearmGz = 0.19920109F;    // hysteresis on gz
+inline constexpr float kHeadingFlatGz = 0.7071067F;          // |gz| above: lying flat
+inline constexpr float kHeadingRearmGz = 0.19920109F;        // hysteresis on gz
 inline constexpr double kHeadingScale = -57.29577951308232;  // radians to clockwise degrees
 
 class OutputFilters {

@@ -11,26 +11,16 @@ namespace {
 constexpr float kIdentity4[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
 // The trigonometric functions run in double on float arguments.
-float sin_f(float x) {
-    return static_cast<float>(std::sin(static_cast<double>(x)));
-}
-float cos_f(float x) {
-    return static_cast<float>(std::cos(static_cast<double>(x)));
-}
-float asin_f(float x) {
-    return static_cast<float>(std::asin(static_cast<double>(x)));
-}
+float sin_f(float x) { return static_cast<float>(std::sin(static_cast<double>(x))); }
+float cos_f(float x) { return static_cast<float>(std::cos(static_cast<double>(x))); }
+float asin_f(float x) { return static_cast<float>(std::asin(static_cast<double>(x))); }
 float atan2_f(float y, float x) {
     return static_cast<float>(std::atan2(static_cast<double>(y), static_cast<double>(x)));
 }
-float degrees(float rad) {
-    return static_cast<float>(static_cast<double>(rad) * kDegPerRad);
-}
+float degrees(float rad) { return static_cast<float>(static_cast<double>(rad) * kDegPerRad); }
 
 // q0^2 - q1^2 - q2^2 + q3^2: the (2, 2) element of R(q).
-float r22(const float* q) {
-    return q[0] * q[0] - q[1] * q[1] - q[2] * q[2] + q[3] * q[3];
-}
+float r22(const float* q) { return q[0] * q[0] - q[1] * q[1] - q[2] * q[2] + q[3] * q[3]; }
 
 // 2 (q1 q3 - q0 q2), limited to [-1, 1].
 float limited_g0(const float* q) {

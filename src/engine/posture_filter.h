@@ -32,11 +32,11 @@ static_assert(std::is_trivially_copyable_v<OutputBlock> && sizeof(OutputBlock) =
 // Tunables of the update (floats unless marked).
 inline constexpr float kRateNoiseFactor = 0.0225F;  // Qw = 0.0225 w^2 + 2e-05 per axis
 inline constexpr float kRateNoiseFloor = 2e-05F;
-inline constexpr float kAccNoise = 0.0001F;          // on the diagonal of S
-inline constexpr double kSmallTilt = 0.15;           // (double) near-vertical x axis
+inline constexpr float kAccNoise = 0.0001F;           // on the diagonal of S
+inline constexpr double kSmallTilt = 0.15;            // (double) near-vertical x axis
 inline constexpr float kHeadingPitchLimit = 0.4999F;  // |q1q3 - q0q2| limit
-inline constexpr float kHeadingNoise = 0.0003F;      // added to the heading variance
-inline constexpr float kFieldMissing = 1e-6F;        // a component counted as zero
+inline constexpr float kHeadingNoise = 0.0003F;       // added to the heading variance
+inline constexpr float kFieldMissing = 1e-6F;         // a component counted as zero
 inline constexpr float kPi = 3.1415927F;
 inline constexpr float kTwoPi = 6.2831855F;
 inline constexpr double kPiDouble = 3.141592653589793;
@@ -55,8 +55,7 @@ public:
     // correction with m, then the outputs. force_nan poisons the Euler
     // angles (the test hook). Returns false when theta came out
     // not-a-number; the caller then re-initialises.
-    bool filter(float a[3], const float m[3], const float w[3], float dt,
-                bool force_nan) noexcept;
+    bool filter(float a[3], const float m[3], const float w[3], float dt, bool force_nan) noexcept;
 
     // Back to "awaiting initialisation": state, covariance and outputs all
     // zero (the covariance too). prev_omega and output_valid are kept.

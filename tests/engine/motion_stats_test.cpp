@@ -1,12 +1,13 @@
 // Motion statistics: the levels, the still counter, the bias hand-over, the
 // zero-rate clamp and the recovery of a mean poisoned by not-a-number.
 
+#include "engine/motion_stats.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 
 #include "engine/fusion_engine.h"
-#include "engine/motion_stats.h"
 #include "engine_fixture.h"
 
 namespace {
@@ -86,8 +87,12 @@ struct ClampCase {
 // While gyro_level < 100, rates below 3 deg/s (0.05235988 rad/s) become 0.
 TEST(MotionStats, ZeroRateClampOnlyWhileQuiet) {
     const ClampCase cases[] = {
-        {0.0F, 0.05F, 0.0F},     {0.0F, -0.05F, 0.0F},  {0.0F, 0.06F, 0.06F},
-        {99.0F, 0.05F, 0.0F},    {100.0F, 0.05F, 0.05F}, {NAN, 0.05F, 0.05F},
+        {0.0F, 0.05F, 0.0F},
+        {0.0F, -0.05F, 0.0F},
+        {0.0F, 0.06F, 0.06F},
+        {99.0F, 0.05F, 0.0F},
+        {100.0F, 0.05F, 0.05F},
+        {NAN, 0.05F, 0.05F},
         {0.0F, 0.05235988F, 0.05235988F},
     };
     for (const ClampCase& c : cases) {

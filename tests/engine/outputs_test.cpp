@@ -1,22 +1,21 @@
 // The getters: frame conversions, their -22 cases, the linear-acceleration
 // high-pass, the compass heading's hysteresis and the whole record.
 
+#include "engine/outputs.h"
+
 #include <cmath>
 #include <cstring>
 #include <functional>
 #include <string>
 
 #include "engine/fusion_engine.h"
-#include "engine/outputs.h"
 #include "engine_fixture.h"
 
 namespace {
 
 using imu::test::EngineTest;
 
-imu::PostureFilter& filter() {
-    return imu::engine().filter;
-}
+imu::PostureFilter& filter() { return imu::engine().filter; }
 
 // Publishes quaternion q with the down direction a, as a filtering update
 // would.
@@ -28,9 +27,7 @@ void publish(float q0, float q1, float q2, float q3, const float a[3] = nullptr)
     filter().output_valid = 1;
 }
 
-bool is_negative_zero(float v) {
-    return v == 0.0F && std::signbit(v);
-}
+bool is_negative_zero(float v) { return v == 0.0F && std::signbit(v); }
 
 // Filter quaternion (0.6, 0.8, 0, 0) reads as (0.8, -0, -0, 0.6) in the
 // device frame; its negative-scalar twin is flipped so that w >= 0.

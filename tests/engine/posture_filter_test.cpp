@@ -1,11 +1,12 @@
 // The posture filter's update step: initialisation, the fusion modes, the
 // corrections' special cases and the not-a-number recovery.
 
+#include "engine/posture_filter.h"
+
 #include <cmath>
 #include <cstring>
 
 #include "engine/fusion_engine.h"
-#include "engine/posture_filter.h"
 #include "engine_fixture.h"
 
 namespace {
@@ -26,9 +27,7 @@ IMU sample(float ax, float ay, float az, float mx, float my, float mz) {
 }
 
 // Flat, face up, still, top edge to magnetic north.
-IMU flat_north() {
-    return sample(0, 0, 9.8066F, 0, 20, -40);
-}
+IMU flat_north() { return sample(0, 0, 9.8066F, 0, 20, -40); }
 
 float yaw_deg(const float* q) {
     return static_cast<float>(std::atan2(2.0 * (q[1] * q[2] + q[0] * q[3]),
@@ -237,8 +236,8 @@ TEST(HeadingCorrection, WrapsInnovationAcrossHalfTurn) {
     const float m[3] = {static_cast<float>(std::sin(psi_m)), -static_cast<float>(std::cos(psi_m)),
                         0.0F};
     imu::correct_heading(q, p, m);
-    const double expected = -175.0 + 2.0 * std::atan(-10.0 * imu::sim::kDegToRad / 2.00015) /
-                                         imu::sim::kDegToRad;
+    const double expected =
+        -175.0 + 2.0 * std::atan(-10.0 * imu::sim::kDegToRad / 2.00015) / imu::sim::kDegToRad;
     EXPECT_NEAR(std::remainder(yaw_deg(q) - expected, 360.0), 0.0, 0.01);
 }
 
@@ -347,8 +346,8 @@ TEST_F(EngineTest, RunLibraryPassesNanoseconds) {
 // A sample path update allocates nothing once the first update has run.
 TEST_F(EngineTest, UpdateAndOutputDoNotAllocate) {
     const auto model = imu::test::quiet_phone();
-    const auto samples = imu::sim::record(
-        imu::sim::Trajectory().hold(0.5).turn({1, 1, 0}, 1.0, 1.0), model);
+    const auto samples =
+        imu::sim::record(imu::sim::Trajectory().hold(0.5).turn({1, 1, 0}, 1.0, 1.0), model);
     IMU s = imu::sim::to_imu(samples[0]);
     sfc_update_posture(&s, k5ms);
     SFC_OUT out{};

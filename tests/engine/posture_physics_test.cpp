@@ -16,9 +16,9 @@ using imu::sim::Trajectory;
 using imu::test::EngineTest;
 using imu::test::replay;
 
-constexpr double kSettledDeg = 1.0;  // a still device settles within this
-constexpr double kTurnDeg = 3.0;     // a turn is tracked within this
-constexpr double kRecoveredDeg = 3.0;  // after a recovery, see BadAccelerometer
+constexpr double kSettledDeg = 1.0;      // a still device settles within this
+constexpr double kTurnDeg = 3.0;         // a turn is tracked within this
+constexpr double kRecoveredDeg = 3.0;    // after a recovery, see BadAccelerometer
 constexpr std::size_t kOneSecond = 200;  // samples at 200 Hz
 
 struct Pose {
@@ -27,14 +27,10 @@ struct Pose {
     float euler[3];  // expected sfc_get_euler_angle, NAN: not checked
 };
 
-void PrintTo(const Pose& p, std::ostream* os) {
-    *os << p.name;
-}
+void PrintTo(const Pose& p, std::ostream* os) { *os << p.name; }
 
 // Difference of two angles in degrees, wrapped into [-180, 180).
-double angle_diff(double a, double b) {
-    return std::remainder(a - b, 360.0);
-}
+double angle_diff(double a, double b) { return std::remainder(a - b, 360.0); }
 
 class StillPose : public EngineTest, public testing::WithParamInterface<Pose> {};
 
@@ -215,13 +211,13 @@ TEST_P(BadAccelerometer, EndsInRecoveryAndResumes) {
             filtered_after = true;
             EXPECT_EQ(r, 0);
             EXPECT_EQ(imu::engine().filter.output_valid, 1);
-            EXPECT_LT(imu::sim::angle_between_deg(imu::test::published_orientation(),
-                                                  samples[i].truth),
-                      kRecoveredDeg);
+            EXPECT_LT(
+                imu::sim::angle_between_deg(imu::test::published_orientation(), samples[i].truth),
+                kRecoveredDeg);
         } else if (i > bad + 2) {
-            ASSERT_LT(imu::sim::angle_between_deg(imu::test::published_orientation(),
-                                                  samples[i].truth),
-                      kRecoveredDeg)
+            ASSERT_LT(
+                imu::sim::angle_between_deg(imu::test::published_orientation(), samples[i].truth),
+                kRecoveredDeg)
                 << "t=" << samples[i].t_s;
         }
     }

@@ -63,9 +63,7 @@ Quat operator*(const Quat& a, const Quat& b) {
             a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w};
 }
 
-Quat conjugate(const Quat& q) {
-    return {q.w, -q.x, -q.y, -q.z};
-}
+Quat conjugate(const Quat& q) { return {q.w, -q.x, -q.y, -q.z}; }
 
 Quat normalized(const Quat& q) {
     const double n = std::sqrt(q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z);
@@ -114,10 +112,9 @@ double roll_deg(const Quat& q) {
 Trajectory::Trajectory(const Quat& start) : start_(normalized(start)) {}
 
 Trajectory& Trajectory::then(const Segment& segment) {
-    const Quat begin = segments_.empty()
-                           ? start_
-                           : advance(segment_start_.back(), segments_.back(),
-                                     segments_.back().duration_s);
+    const Quat begin = segments_.empty() ? start_
+                                         : advance(segment_start_.back(), segments_.back(),
+                                                   segments_.back().duration_s);
     segments_.push_back(segment);
     segment_start_.push_back(begin);
     return *this;
@@ -127,8 +124,7 @@ Trajectory& Trajectory::hold(double duration_s) {
     return then({duration_s, {0, 0, 1}, 0.0, Frame::kWorld});
 }
 
-Trajectory& Trajectory::turn(const Vec3& axis, double rate_rps, double duration_s,
-                             Frame frame) {
+Trajectory& Trajectory::turn(const Vec3& axis, double rate_rps, double duration_s, Frame frame) {
     return then({duration_s, axis, rate_rps, frame});
 }
 
@@ -178,7 +174,8 @@ std::vector<Sample> record(const Trajectory& trajectory, const SensorModel& mode
     std::vector<Sample> out;
     Gaussian noise(model.seed);
     const double period = 1.0 / model.rate_hz;
-    const auto count = static_cast<std::size_t>(std::floor(trajectory.duration_s() / period + 1e-9));
+    const auto count =
+        static_cast<std::size_t>(std::floor(trajectory.duration_s() / period + 1e-9));
     out.reserve(count + 1);
     for (std::size_t k = 0; k <= count; ++k) {
         Sample s;
