@@ -363,3 +363,41 @@ TEST_F(EngineTest, UpdateAndOutputDoNotAllocate) {
 }
 
 }  // namespace
+
+namespace {
+
+struct CalibFile {
+    const char* name;
+    const char* content;  // nullptr: no file
+};
+
+class CalibrationFileContents : public imu::test::EngineTest,
+                                public testing::WithParamInterface<CalibFile> {};
+
+// Whatever the calibration file holds, the first update initialises, the
+// second filters, and the output is a valid orientation.
+TEST_P(CalibrationFileContents, UpdatesRunOnAnyFile) {
+    if (GetParam().content != nullptr) {
+        root_.write("/data/system/velmoGR.ini", GetParam().content);
+    }
+    IMU s = flat_north();
+    EXPECT_EQ(sfc_update_posture(&s, k5ms), 1);
+    s = flat_north();
+    EXPECT_EQ(sfc_update_posture(&s, k5ms), 0);
+    float q[4] = {};
+    ASSERT_EQ(sfc_get_quaternion(q), 0);
+    EXPECT_TRUE(std::isfinite(q[0]) && std::isfinite(q[1]) && std::isfinite(q[2]));
+    EXPECT_GT(q[3], 0.9F);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, CalibrationFileContents,
+                         testing::Values(CalibFile{"Missing", nullptr}, CalibFile{"Empty", ""},
+                                         CalibFile{"Truncated", "0.1 0.2"},
+                                         CalibFile{"Garbage", "abc def\n"},
+                                         CalibFile{"Huge", "1e99 1e99 1e99 1e99 1e99 1e99 1e99\n"},
+                                         CalibFile{"Binary", "\x01\x02\xff\n"}),
+                         [](const testing::TestParamInfo<CalibFile>& info) {
+                             return std::string(info.param.name);
+                         });
+
+}  // namespace
