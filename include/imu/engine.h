@@ -92,7 +92,7 @@ IMU_EXPORT void set_fusion_mode(const int32_t* mode);
 
 /* Test hook: the next filtering update ends in the not-a-number recovery. */
 IMU_EXPORT int qal_ForceNAN(void);
-IMU_EXPORT extern int32_t qal_ForceNAN_flag;
+IMU_EXPORT extern int32_t qal_ForceNAN_flag; /* NOLINT: exported by name */
 
 /* ---- Outputs -------------------------------------------------------------
  * Getters return 0, or -22 for a null buffer, for output that is not valid

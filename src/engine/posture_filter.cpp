@@ -112,10 +112,8 @@ void PostureFilter::predict(const float w[3], float dt, float qp[4], float p[16]
     const float* q = state_quat;  // the stored state, before this update
     const float g[12] = {-q[1] * h, -q[2] * h, -q[3] * h, q[0] * h,  -q[3] * h, q[2] * h,
                          q[3] * h,  q[0] * h,  -q[1] * h, -q[2] * h, q[1] * h,  q[0] * h};
-    float qw[9] = {};
-    for (int i = 0; i < 3; ++i) {
-        qw[i * 4] = kRateNoiseFactor * (w[i] * w[i]) + kRateNoiseFloor;
-    }
+    auto noise = [w](int i) { return kRateNoiseFactor * (w[i] * w[i]) + kRateNoiseFloor; };
+    const float qw[9] = {noise(0), 0, 0, 0, noise(1), 0, 0, 0, noise(2)};
     float pp[16];
     float gq[16];
     ABAT(phi, covariance, pp, 4, 4, 4, 4);

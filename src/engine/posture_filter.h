@@ -26,7 +26,7 @@ struct OutputBlock {
     float gravity[3];          // last row of R(q), units of g
     float centre_yaw;          // stored by sfc_set_center_yaw_angle, read by nothing
 };
-static_assert(std::is_trivially_copyable_v<OutputBlock> && sizeof(OutputBlock) == 29 * 4,
+static_assert(std::is_trivially_copyable_v<OutputBlock> && sizeof(OutputBlock) == sizeof(float[29]),
               "the output block is 29 floats");
 
 // Tunables of the update (floats unless marked).
