@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <sstream>
+#include <string>
 
 namespace {
 
@@ -105,6 +107,28 @@ TEST(SimRecording, MissingMagnetometerReadsZero) {
     const auto s = record(Trajectory().hold(0.1), model);
     EXPECT_EQ(norm(s[5].mag), 0.0);
     EXPECT_EQ(imu::sim::interval_ns(model), 5000000);
+}
+
+// The CSV form: header, then one line per sample that reads back exactly.
+TEST(SimRecording, CsvHoldsHeaderAndExactValues) {
+    SensorModel model;
+    model.acc_noise_mps2 = 0.1;
+    const auto samples = record(Trajectory(imu::sim::pose(10)).hold(0.01), model);
+    std::ostringstream out;
+    imu::sim::write_csv(out, samples);
+    std::istringstream in(out.str());
+    std::string line;
+    std::getline(in, line);
+    EXPECT_EQ(line, "t_s,acc_x,acc_y,acc_z,gyro_x,gyro_y,gyro_z,mag_x,mag_y,mag_z,q_w,q_x,q_y,q_z");
+    int lines = 0;
+    while (std::getline(in, line)) {
+        float t = 0;
+        float ax = 0;
+        ASSERT_EQ(std::sscanf(line.c_str(), "%f,%f", &t, &ax), 2);
+        EXPECT_EQ(ax, samples[static_cast<std::size_t>(lines)].acc[0]);
+        ++lines;
+    }
+    EXPECT_EQ(lines, 3);
 }
 
 }  // namespace

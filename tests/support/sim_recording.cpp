@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <random>
 
 namespace imu::sim {
@@ -206,6 +207,20 @@ IMU to_imu(const Sample& sample) {
         imu.mag[i] = imu.mag_raw[i] = sample.mag[i];
     }
     return imu;
+}
+
+void write_csv(std::ostream& out, const std::vector<Sample>& samples) {
+    out << "t_s,acc_x,acc_y,acc_z,gyro_x,gyro_y,gyro_z,mag_x,mag_y,mag_z,q_w,q_x,q_y,q_z\n";
+    char line[512];
+    for (const Sample& s : samples) {
+        std::snprintf(line, sizeof line,
+                      "%.6f,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.17g,%.17g,%.17g,%.17g\n",
+                      s.t_s, double{s.acc[0]}, double{s.acc[1]}, double{s.acc[2]},
+                      double{s.gyro[0]}, double{s.gyro[1]}, double{s.gyro[2]}, double{s.mag[0]},
+                      double{s.mag[1]}, double{s.mag[2]}, s.truth.w, s.truth.x, s.truth.y,
+                      s.truth.z);
+        out << line;
+    }
 }
 
 // The filter frame is the device frame turned half a turn about x, and its

@@ -18,6 +18,7 @@
 // Box-Muller transform), so a recording is the same on every platform.
 
 #include <cstdint>
+#include <ostream>
 #include <vector>
 
 #include "imu/engine.h"
@@ -128,6 +129,12 @@ std::int32_t interval_ns(const SensorModel& model);
 
 // An IMU record with the raw (and calibrated) triples set from the sample.
 IMU to_imu(const Sample& sample);
+
+// Writes the samples as CSV: a header line
+// "t_s,acc_x,acc_y,acc_z,gyro_x,gyro_y,gyro_z,mag_x,mag_y,mag_z,q_w,q_x,q_y,q_z"
+// and one line per sample (sensor values as float with 9 significant
+// digits, so they read back exactly; the truth with 17).
+void write_csv(std::ostream& out, const std::vector<Sample>& samples);
 
 // The engine's filter quaternion (scalar first, filter frame to its
 // reference frame: x east, y south, z down) as q_world_from_device.
