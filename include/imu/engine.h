@@ -1,11 +1,13 @@
 #ifndef IMU_ENGINE_H
 #define IMU_ENGINE_H
 
-/* Fusion engine: the sample and output records and the matrix functions.
+/* Fusion engine: the sample and output records, the matrix functions, the
+ * posture filter and the functions that read its results.
  *
  * Frames: the device frame is the sensor framework's (x right, y up the
  * screen, z out of the screen; m/s^2, rad/s, uT). The filter frame is the
- * device frame with y and z reversed. Matrices are flat row-major float
+ * device frame with y and z reversed. The reference frame of the filter has
+ * z down, x to magnetic east and y to magnetic south. Matrices are flat row-major float
  * arrays: element (i, j) of an r x c matrix is at index i*c + j. */
 
 #include <stddef.h>
