@@ -7,8 +7,9 @@
  * Frames: the device frame is the sensor framework's (x right, y up the
  * screen, z out of the screen; m/s^2, rad/s, uT). The filter frame is the
  * device frame with y and z reversed. The reference frame of the filter has
- * z down, x to magnetic east and y to magnetic south. Matrices are flat row-major float
- * arrays: element (i, j) of an r x c matrix is at index i*c + j. */
+ * z down, x to magnetic east and y to magnetic south. Matrices are flat
+ * row-major float arrays: element (i, j) of an r x c matrix is at index
+ * i*c + j. */
 
 #include <stddef.h>
 #include <stdint.h>
