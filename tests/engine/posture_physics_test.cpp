@@ -100,14 +100,41 @@ TEST_F(EngineTest, ConstantTurnRateIsTakenForGyroscopeBias) {
     EXPECT_NEAR(imu::engine().stats.gyro_bias_estimate[2], -30 * imu::sim::kDegToRad, 0.002);
 }
 
-// A turn shorter than the still window is tracked throughout.
-TEST_F(EngineTest, BriefTurnIsTrackedThroughout) {
+struct Turn {
+    const char* name;
+    imu::sim::Vec3 axis;  // device frame
+    double rate_dps;
+    double duration_s;
+};
+
+void PrintTo(const Turn& t, std::ostream* os) { *os << t.name; }
+
+class TrackedTurn : public EngineTest, public testing::WithParamInterface<Turn> {};
+
+// Turns that the still test does not mistake for a bias (shorter than its
+// window, or tilting, which moves the accelerometer) are tracked within
+// 3 deg throughout.
+TEST_P(TrackedTurn, StaysOnTheTruth) {
+    const Turn& t = GetParam();
     const SensorModel model = imu::test::quiet_phone();
-    const auto samples =
-        record(Trajectory(imu::sim::pose(0)).hold(2.0).turn_heading(90, 1.0).hold(2.0), model);
+    const auto samples = record(
+        Trajectory(imu::sim::pose(20))
+            .hold(2.0)
+            .turn(t.axis, t.rate_dps * imu::sim::kDegToRad, t.duration_s, imu::sim::Frame::kDevice)
+            .hold(2.0),
+        model);
     const auto trace = replay(samples, model);
     EXPECT_LT(trace.max_error(kOneSecond), kTurnDeg);
 }
+
+INSTANTIATE_TEST_SUITE_P(Turns, TrackedTurn,
+                         testing::Values(Turn{"VerticalBrief", {0, 0, -1}, 90, 1.0},
+                                         Turn{"TopEdgeUp", {1, 0, 0}, 30, 2.0},
+                                         Turn{"RollRight", {0, 1, 0}, 45, 1.5},
+                                         Turn{"Diagonal", {1, 1, 0}, 40, 1.5}),
+                         [](const testing::TestParamInfo<Turn>& info) {
+                             return std::string(info.param.name);
+                         });
 
 // GIVEN fusion mode 2 and no magnetometer (the field reads 0)
 // WHEN the phone turns 90 deg about the vertical in one second
