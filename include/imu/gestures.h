@@ -100,6 +100,69 @@ IMU_EXPORT int sfc_get_shake(float* out);
  * 0.2 s. */
 IMU_EXPORT int sfc_get_snap(float* out);
 
+/* ---- double taps: bursts of w_filtered_mag (w_filtered_mag_h in a pocket)
+ * under thresholds that follow the recent peak and the motion level ---- */
+
+/* 1 while gyro_static_level_g is above the hand tap's level threshold
+ * (max(0.3 x its decaying peak, 700)); an attempt opens only while it is 0.
+ * Written by sfc_get_tap. */
+IMU_EXPORT extern int gyro_static_state;
+
+/* Two taps on a phone held in the hand, 0.1 to 0.5 s apart, then the motion
+ * settling. With dt_g == 0 it returns 0 and leaves the slot as it was. */
+IMU_EXPORT int sfc_get_tap(float* out);
+
+/* Two taps while the phone lies still (level below 30 for 0.1 s before and
+ * after), 0.1 to 0.5 s apart. With dt_g == 0 it returns 0 and leaves the
+ * slot as it was. */
+IMU_EXPORT int sfc_get_tap_desk(float* out);
+
+/* Two taps in a pocket, 0.05 to 0.4 s apart, with |acc| above 10.5 m/s^2
+ * and |gyro| above 0.5 rad/s; |acc| outside 5..25 m/s^2 or |gyro| above
+ * 15 rad/s aborts an attempt. */
+IMU_EXPORT int sfc_get_tap_pocket(float* out);
+
+/* ---- activity ---- */
+
+/* Steps in the acceleration magnitude. out[1] = the total length in metres
+ * of the steps counted in this call, out[2] = their number: 0, 1, or 5 when
+ * a new walk becomes regular (four step intervals summing below 5 s) and its
+ * held-back steps are reported at once. Without rotation data (|gyro| at 0
+ * for four calls) it stops counting for good. With dt_g == 0 it returns 0
+ * and leaves the slot as it was. */
+IMU_EXPORT int sfc_get_pedometer(float* out);
+
+/* Motion class in out[2]: 0 still (level below 7) and lying flat
+ * (|gravity z| above 8.5 m/s^2), 2.0 moving strongly (level above 1000),
+ * 1.0 otherwise. */
+IMU_EXPORT int sfc_get_motion_detection(float* out);
+
+/* ---- tilt detector, for hosts; the library never calls it ---- */
+
+#define IMU_MOTION_FLAGS 5
+
+/* flags[0] / flags[1]: tilted beyond 10 degrees in angles[1], tangent
+ * positive / negative; flags[3] / flags[2]: the same in angles[0];
+ * flags[4] stays 0. count: consecutive tilted calls. */
+typedef struct imu_motion_record {
+    int32_t flags[IMU_MOTION_FLAGS];
+    int32_t count;
+} imu_motion_record;
+
+IMU_EXPORT extern imu_motion_record motion;
+
+/* Reads two angles in degrees, angles[0] and angles[1] (angles[0] is
+ * brought into -180..180 first). A tilt beyond 10 degrees raises its flag on
+ * the seventh tilted call in a row and clears the other pair's flags; a
+ * level call clears count and flags 0 to 3. NULL does nothing. */
+IMU_EXPORT void imu_motion_detect(float* angles);
+
+/* The flag at index 0 to 4; 0 for any other index. */
+IMU_EXPORT int imu_motion_is_detected(int index);
+
+/* Sets flags and count to 0. */
+IMU_EXPORT void imu_motion_reset(void);
+
 IMU_EXTERN_C_END
 
 #ifdef __cplusplus
