@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <ostream>
 #include <string>
 
 #include "gestures/taps.h"
@@ -48,6 +49,10 @@ struct Case {
     int expected_state;
     bool recognised = false;
 };
+
+void PrintTo(const Case& c, std::ostream* os) {
+    *os << c.name;
+}
 
 imu::HandTap& hand() {
     return imu::hand_tap();

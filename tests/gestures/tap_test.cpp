@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -116,6 +117,10 @@ struct NearMiss {
     std::function<ActivityRecording()> record;
     int failure;  // the state the attempt must end in
 };
+
+void PrintTo(const NearMiss& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class TapNearMiss : public ::testing::TestWithParam<NearMiss> {};
 
