@@ -60,8 +60,15 @@ std::vector<Signals> record_signals() {
     out.reserve(cycles.size());
     for (Cycle& c : cycles) {
         sfc_update_gesture(&c.imu, &c.out, 5000);
-        Signals s{gyro_static_level_g, w_filtered_mag, w_filtered_mag_h, comp_acc, comp_gyro, dt_g,
-                  {}, {}, {}};
+        Signals s{gyro_static_level_g,
+                  w_filtered_mag,
+                  w_filtered_mag_h,
+                  comp_acc,
+                  comp_gyro,
+                  dt_g,
+                  {},
+                  {},
+                  {}};
         for (int k = 0; k < 3; ++k) {
             s.rate_xyz[k] = w_filtered[k];
             s.global[k] = global_acc[k];
@@ -116,21 +123,11 @@ void BM_RestoreSignalsOnly(benchmark::State& state) {
     run_detector(state, [](float*) { return 0; });
 }
 
-void BM_Tap(benchmark::State& state) {
-    run_detector(state, sfc_get_tap);
-}
-void BM_TapDesk(benchmark::State& state) {
-    run_detector(state, sfc_get_tap_desk);
-}
-void BM_TapPocket(benchmark::State& state) {
-    run_detector(state, sfc_get_tap_pocket);
-}
-void BM_Pedometer(benchmark::State& state) {
-    run_detector(state, sfc_get_pedometer);
-}
-void BM_MotionDetection(benchmark::State& state) {
-    run_detector(state, sfc_get_motion_detection);
-}
+void BM_Tap(benchmark::State& state) { run_detector(state, sfc_get_tap); }
+void BM_TapDesk(benchmark::State& state) { run_detector(state, sfc_get_tap_desk); }
+void BM_TapPocket(benchmark::State& state) { run_detector(state, sfc_get_tap_pocket); }
+void BM_Pedometer(benchmark::State& state) { run_detector(state, sfc_get_pedometer); }
+void BM_MotionDetection(benchmark::State& state) { run_detector(state, sfc_get_motion_detection); }
 
 void BM_TiltDetector(benchmark::State& state) {
     float angles[2] = {0.0F, 0.0F};

@@ -42,17 +42,17 @@ constexpr double kMaxDown = -0.08;        // down is at most base + this
 constexpr double kNoRotation = 0.001;     // a rate history this flat and low: no gyroscope
 constexpr double kTooStrongAcc = 3.0;     // d above: the phone is shaken, not carried
 constexpr double kTooStrongRotation = 90.0;
-constexpr double kRiseS = 0.3;            // rise limit: kRiseS + kPerRotation ped_gyro_max
+constexpr double kRiseS = 0.3;  // rise limit: kRiseS + kPerRotation ped_gyro_max
 constexpr double kPerRotation = 0.3;
 constexpr double kFallS = 0.7;
-constexpr double kMaxDrop = 2.5;          // peak to trough
-constexpr double kSidewaysG = 1.0;        // horizontal peak above the vertical one
-constexpr double kMaxSwingS = 0.5;        // peak to trough: kMaxSwingS + kPerRotation ...
+constexpr double kMaxDrop = 2.5;    // peak to trough
+constexpr double kSidewaysG = 1.0;  // horizontal peak above the vertical one
+constexpr double kMaxSwingS = 0.5;  // peak to trough: kMaxSwingS + kPerRotation ...
 constexpr double kMinSwingS = 0.03;
 constexpr double kMaxIntervalS = 1.5;
 constexpr double kMinIntervalS = 0.15;
 constexpr double kAfterStepS = 0.17;
-constexpr double kRegularWalkS = 5.0;     // four intervals summing below this: a walk
+constexpr double kRegularWalkS = 5.0;  // four intervals summing below this: a walk
 constexpr double kWalkPauseS = 2.0;
 constexpr float kHeldBackSteps = 5.0F;
 
@@ -96,10 +96,10 @@ Pedometer::Signals Pedometer::update_signals(float dt) noexcept {
     ped_high_peak = decay_extreme(ped_high_peak, d, d > ped_high_peak, dt);
     ped_low_peak = decay_extreme(ped_low_peak, d, d < ped_low_peak, dt);
     const double base = static_cast<double>(ped_gyro_max) * kRotationShare;
-    const double up =
-        std::max(static_cast<double>(ped_high_peak) * kThresholdPercent / 100.0 + base, base + kMinUp);
-    const double down =
-        std::min(static_cast<double>(ped_low_peak) * kThresholdPercent / 100.0 + base, base + kMaxDown);
+    const double up = std::max(
+        static_cast<double>(ped_high_peak) * kThresholdPercent / 100.0 + base, base + kMinUp);
+    const double down = std::min(
+        static_cast<double>(ped_low_peak) * kThresholdPercent / 100.0 + base, base + kMaxDown);
 
     // A gyroscope that delivers nothing repeats the same tiny value.
     const auto& h = ped_gyro_history;
@@ -253,9 +253,7 @@ void Pedometer::step(float* out) noexcept {
     ped_previous_acc = s.d;
 }
 
-Pedometer& pedometer() noexcept {
-    return g_pedometer;
-}
+Pedometer& pedometer() noexcept { return g_pedometer; }
 
 }  // namespace imu
 

@@ -30,17 +30,17 @@ enum PedometerState : int {
 
 struct Pedometer {
     int ped_state = kPedIdle;
-    float ped_stage_timer = 0.0F;     // Ts: s since the step began or since its peak
-    float ped_interval_timer = 0.0F;  // Ti: s since the last judged candidate
-    float ped_step_timer = 0.0F;      // Tk: s since the last accepted step
-    std::array<float, 4> ped_acc_history{};   // |acc| in g, oldest first
+    float ped_stage_timer = 0.0F;            // Ts: s since the step began or since its peak
+    float ped_interval_timer = 0.0F;         // Ti: s since the last judged candidate
+    float ped_step_timer = 0.0F;             // Tk: s since the last accepted step
+    std::array<float, 4> ped_acc_history{};  // |acc| in g, oldest first
     float ped_acc_mean = 0.0F;
     std::array<float, 4> ped_gyro_history{};  // |gyro|^2, oldest first
     float ped_gyro_mean = 0.0F;
-    float ped_high_peak = 0.0F;  // decaying maximum of d
-    float ped_low_peak = 0.0F;   // decaying minimum of d
-    float ped_peak_acc = 0.0F;   // highest d of the current step
-    float ped_gyro_max = 0.0F;   // highest ped_gyro_mean of the current step
+    float ped_high_peak = 0.0F;              // decaying maximum of d
+    float ped_low_peak = 0.0F;               // decaying minimum of d
+    float ped_peak_acc = 0.0F;               // highest d of the current step
+    float ped_gyro_max = 0.0F;               // highest ped_gyro_mean of the current step
     std::array<float, 3> ped_global_peak{};  // largest |global_acc| per axis this step
     float ped_previous_acc = 0.0F;           // d of the previous call
     std::array<float, 4> ped_intervals{5.0F, 5.0F, 5.0F, 5.0F};  // newest first
@@ -54,8 +54,8 @@ struct Pedometer {
 
 private:
     struct Signals {
-        float d;     // dynamic acceleration, g
-        float g;     // mean squared rate, (rad/s)^2
+        float d;      // dynamic acceleration, g
+        float g;      // mean squared rate, (rad/s)^2
         double up;    // a step begins above this
         double down;  // ... and turns below this
     };

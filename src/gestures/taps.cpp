@@ -31,40 +31,41 @@ PocketTap g_pocket_tap;
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 // ---- tunables (rates rad/s, levels in units of gyro_static_level_g, s) ----
-constexpr double kHandPeakDecay = 0.85;     // rate and level peaks: 30 dt per call
-constexpr double kHandRateShare = 0.7;      // burst threshold share of the rate peak
-constexpr double kHandRateFloorA = 0.02;    // ... floor with |gravity x| < 9
-constexpr double kHandRateFloorB = 0.018;   // ... floor with |gravity x| > 9
-constexpr float kHandLowA = 0.015F;         // burst start level, |gravity x| < 9
-constexpr float kHandLowB = 0.013F;         // burst start level, |gravity x| > 9
-constexpr double kHandUprightG = 9.0;       // |gravity x| that picks threshold A or B
-constexpr float kHandBurstMaxS = 0.4F;      // burst duration limits
+constexpr double kHandPeakDecay = 0.85;    // rate and level peaks: 30 dt per call
+constexpr double kHandRateShare = 0.7;     // burst threshold share of the rate peak
+constexpr double kHandRateFloorA = 0.02;   // ... floor with |gravity x| < 9
+constexpr double kHandRateFloorB = 0.018;  // ... floor with |gravity x| > 9
+constexpr float kHandLowA = 0.015F;        // burst start level, |gravity x| < 9
+constexpr float kHandLowB = 0.013F;        // burst start level, |gravity x| > 9
+constexpr double kHandFadedRate = 0.015;   // rate below: the burst has died away
+constexpr double kHandUprightG = 9.0;      // |gravity x| that picks threshold A or B
+constexpr float kHandBurstMaxS = 0.4F;     // burst duration limits
 constexpr float kHandBurstMinS = 0.02F;
-constexpr double kHandLevelShare = 0.3;     // level threshold share of the level peak
+constexpr double kHandLevelShare = 0.3;  // level threshold share of the level peak
 constexpr double kHandLevelFloor = 700.0;
-constexpr double kHandStillLevel = 5.0;     // below: lying perfectly still
+constexpr double kHandStillLevel = 5.0;  // below: lying perfectly still
 constexpr double kHandStillS = 0.05;
-constexpr double kHandRearmS = 0.15;        // moderate motion needed to listen again
-constexpr double kHandTooStrong = 150000.0; // the phone is being swung, not tapped
-constexpr double kHandWeak = 400.0;         // a burst with less motion is no tap
-constexpr double kHandZExcess = 0.02;       // z peak above x peak: a twist, not a tap
-constexpr double kHandQuietGapS = 0.1;      // no burst sooner than this after a stage
-constexpr double kHandTapWindowS = 0.5;     // ... and none later than this
+constexpr double kHandRearmS = 0.15;         // moderate motion needed to listen again
+constexpr double kHandTooStrong = 150000.0;  // the phone is being swung, not tapped
+constexpr double kHandWeak = 400.0;          // a burst with less motion is no tap
+constexpr double kHandZExcess = 0.02;        // z peak above x peak: a twist, not a tap
+constexpr double kHandQuietGapS = 0.1;       // no burst sooner than this after a stage
+constexpr double kHandTapWindowS = 0.5;      // ... and none later than this
 constexpr double kHandThirdBurstS = 0.001;
 constexpr double kHandSettleS = 0.4;
 constexpr double kHandConfirmS = 0.05;
 constexpr double kHandHoldOffS = 0.2;
 
-constexpr double kDeskPeakDecay = 0.9;      // 20 dt per call
+constexpr double kDeskPeakDecay = 0.9;  // 20 dt per call
 constexpr double kDeskRateShare = 0.9;
 constexpr double kDeskRateFloor = 0.018;
 constexpr float kDeskLow = 0.008F;
 constexpr float kDeskBurstMaxS = 0.25F;
 constexpr float kDeskBurstMinS = 0.01F;
-constexpr double kDeskStillLevel = 30.0;    // lying on a desk
-constexpr double kDeskTooStrong = 3000.0;   // picked up, not tapped
+constexpr double kDeskStillLevel = 30.0;   // lying on a desk
+constexpr double kDeskTooStrong = 3000.0;  // picked up, not tapped
 constexpr double kDeskStillS = 0.1;
-constexpr double kDeskRestlessS = 1.0;      // moderate motion that ends an attempt
+constexpr double kDeskRestlessS = 1.0;  // moderate motion that ends an attempt
 constexpr double kDeskQuietGapS = 0.1;
 constexpr double kDeskTapWindowS = 0.5;
 constexpr double kDeskStillAfterS = 0.25;
@@ -75,11 +76,11 @@ constexpr double kPocketRateFloor = 0.05;
 constexpr float kPocketLow = 0.03F;
 constexpr float kPocketBurstMaxS = 0.3F;
 constexpr float kPocketBurstMinS = 0.01F;
-constexpr double kPocketGyroLimit = 15.0;   // rad/s: out of range above
-constexpr double kPocketAccHigh = 25.0;     // m/s^2: out of range above ...
-constexpr double kPocketAccLow = 5.0;       // ... and below
-constexpr double kPocketTapAcc = 10.5;      // a tap jolts |acc| above this ...
-constexpr double kPocketTapGyro = 0.5;      // ... and |gyro| above this
+constexpr double kPocketGyroLimit = 15.0;  // rad/s: out of range above
+constexpr double kPocketAccHigh = 25.0;    // m/s^2: out of range above ...
+constexpr double kPocketAccLow = 5.0;      // ... and below
+constexpr double kPocketTapAcc = 10.5;     // a tap jolts |acc| above this ...
+constexpr double kPocketTapGyro = 0.5;     // ... and |gyro| above this
 constexpr double kPocketZExcess = 0.01;
 constexpr double kPocketQuietGapS = 0.05;
 constexpr double kPocketTapWindowS = 0.4;
@@ -175,7 +176,7 @@ void HandTap::on_idle(float level, const Thresholds& thr, float dt) noexcept {
 void HandTap::on_first_tap(float level, const Thresholds& thr) noexcept {
     if (over(level, kHandTooStrong)) {
         tap_state = kHandFirstTooStrong;
-    } else if (under(level, thr.level) && under(w_filtered_mag, kHandLowA)) {
+    } else if (under(level, thr.level) && under(w_filtered_mag, kHandFadedRate)) {
         tap_state = kHandFirstFaded;
     } else if (over(tap_timer, kHandTapWindowS)) {
         tap_state = kHandFirstLate;
@@ -454,8 +455,8 @@ void PocketTap::step(float* out) noexcept {
     tap_pocket_acc_max = std::max(tap_pocket_acc_max, comp_acc);
     tap_pocket_gyro_max = std::max(tap_pocket_gyro_max, comp_gyro);
     track_axis_peaks(tap_pocket_axis_peak);
-    const bool out_of_range = over(comp_gyro, kPocketGyroLimit) ||
-                              over(comp_acc, kPocketAccHigh) || under(comp_acc, kPocketAccLow);
+    const bool out_of_range = over(comp_gyro, kPocketGyroLimit) || over(comp_acc, kPocketAccHigh) ||
+                              under(comp_acc, kPocketAccLow);
 
     switch (tap_pocket_state) {
         case kPocketFirstTap:
@@ -480,15 +481,9 @@ void PocketTap::step(float* out) noexcept {
     }
 }
 
-HandTap& hand_tap() noexcept {
-    return g_hand_tap;
-}
-DeskTap& desk_tap() noexcept {
-    return g_desk_tap;
-}
-PocketTap& pocket_tap() noexcept {
-    return g_pocket_tap;
-}
+HandTap& hand_tap() noexcept { return g_hand_tap; }
+DeskTap& desk_tap() noexcept { return g_desk_tap; }
+PocketTap& pocket_tap() noexcept { return g_pocket_tap; }
 
 }  // namespace imu
 

@@ -50,10 +50,10 @@ enum HandTapState : int {
 
 struct HandTap {
     int tap_state = kHandIdle;
-    float tap_timer = 0.0F;        // s since the last stage change
-    float tap_still_timer = 0.0F;  // s of stillness or of moderate motion
-    float tap_rate_peak = 0.0F;    // decaying peak of w_filtered_mag
-    float tap_level_peak = 0.0F;   // decaying peak of gyro_static_level_g
+    float tap_timer = 0.0F;                // s since the last stage change
+    float tap_still_timer = 0.0F;          // s of stillness or of moderate motion
+    float tap_rate_peak = 0.0F;            // decaying peak of w_filtered_mag
+    float tap_level_peak = 0.0F;           // decaying peak of gyro_static_level_g
     std::array<float, 3> tap_axis_peak{};  // |w_filtered| per axis this stage
     sfc_gesture_trigger trigger;
 
@@ -132,17 +132,15 @@ enum PocketTapState : int {
 
 struct PocketTap {
     int tap_pocket_state = kPocketFirstTap;
-    float tap_pocket_timer = 0.0F;        // s since the last stage change
-    float tap_pocket_quiet_timer = 0.0F;  // s of a low motion level after the taps
-    float tap_pocket_acc_max = 0.0F;      // highest comp_acc since the last clear
-    float tap_pocket_gyro_max = 0.0F;     // highest comp_gyro since the last clear
+    float tap_pocket_timer = 0.0F;                // s since the last stage change
+    float tap_pocket_quiet_timer = 0.0F;          // s of a low motion level after the taps
+    float tap_pocket_acc_max = 0.0F;              // highest comp_acc since the last clear
+    float tap_pocket_gyro_max = 0.0F;             // highest comp_gyro since the last clear
     std::array<float, 3> tap_pocket_axis_peak{};  // |w_filtered| per axis this stage
     sfc_gesture_trigger trigger;
 
     void step(float* out) noexcept;
-    std::array<float*, 2> timers() noexcept {
-        return {&tap_pocket_timer, &tap_pocket_quiet_timer};
-    }
+    std::array<float*, 2> timers() noexcept { return {&tap_pocket_timer, &tap_pocket_quiet_timer}; }
 
 private:
     bool z_dominant() const noexcept;

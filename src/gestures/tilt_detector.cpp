@@ -29,9 +29,7 @@ bool tilt_held() {
     return before >= kSettleCalls;
 }
 
-bool tan_positive(float deg) {
-    return std::tan(static_cast<double>(deg) * kPi / 180.0) > 0.0;
-}
+bool tan_positive(float deg) { return std::tan(static_cast<double>(deg) * kPi / 180.0) > 0.0; }
 
 }  // namespace
 

@@ -81,16 +81,13 @@ TEST_P(MotionDetectionLimits, ClassAtTheBoundaries) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Boundaries, MotionDetectionLimits,
-                         ::testing::Values(LevelCase{6.9F, 9.0F, 0.0F},
-                                           LevelCase{7.0F, 9.0F, 1.0F},
+                         ::testing::Values(LevelCase{6.9F, 9.0F, 0.0F}, LevelCase{7.0F, 9.0F, 1.0F},
                                            LevelCase{6.9F, 8.5F, 1.0F},
                                            LevelCase{1000.0F, 0.0F, 1.0F},
                                            LevelCase{1000.1F, 0.0F, 2.0F},
                                            LevelCase{1000.1F, 9.8F, 2.0F}));
 
-TEST(MotionDetection, NullSlotIsRefused) {
-    EXPECT_EQ(sfc_get_motion_detection(nullptr), -22);
-}
+TEST(MotionDetection, NullSlotIsRefused) { EXPECT_EQ(sfc_get_motion_detection(nullptr), -22); }
 
 // ------------------------------------------------------------ tilt ----
 
@@ -152,14 +149,13 @@ TEST_P(TiltDirections, SeventhCallRaisesTheFlagOfTheDirection) {
 
 INSTANTIATE_TEST_SUITE_P(
     Angles, TiltDirections,
-    ::testing::Values(TiltCase{0.0F, 20.0F, 0}, TiltCase{0.0F, -20.0F, 1},
-                      TiltCase{20.0F, 0.0F, 3}, TiltCase{-20.0F, 0.0F, 2},
-                      TiltCase{0.0F, 10.0F, -1},   // 10 is not beyond 10
-                      TiltCase{20.0F, 20.0F, 0},   // angles[1] is looked at first
-                      TiltCase{0.0F, 100.0F, 1},   // tan(100 deg) < 0
-                      TiltCase{200.0F, 0.0F, 3},   // -160 deg, tan > 0
-                      TiltCase{355.0F, 0.0F, -1},  // -5 deg: level
-                      TiltCase{-355.0F, 0.0F, -1}, // 5 deg: level
+    ::testing::Values(TiltCase{0.0F, 20.0F, 0}, TiltCase{0.0F, -20.0F, 1}, TiltCase{20.0F, 0.0F, 3},
+                      TiltCase{-20.0F, 0.0F, 2}, TiltCase{0.0F, 10.0F, -1},  // 10 is not beyond 10
+                      TiltCase{20.0F, 20.0F, 0},    // angles[1] is looked at first
+                      TiltCase{0.0F, 100.0F, 1},    // tan(100 deg) < 0
+                      TiltCase{200.0F, 0.0F, 3},    // -160 deg, tan > 0
+                      TiltCase{355.0F, 0.0F, -1},   // -5 deg: level
+                      TiltCase{-355.0F, 0.0F, -1},  // 5 deg: level
                       TiltCase{NAN, NAN, -1}));
 
 // The other flag of a pair stays set while the tilt lasts; a tilt of the

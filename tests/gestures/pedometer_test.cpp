@@ -1,6 +1,8 @@
 // The pedometer: synthetic walks through the gesture pipeline, counted as
 // the step rules define it, and each rejection on a shaped acceleration.
 
+#include "gestures/pedometer.h"
+
 #include <gtest/gtest.h>
 
 #include <initializer_list>
@@ -9,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "gestures/pedometer.h"
 #include "imu/gestures.h"
 #include "support/activity_sequences.h"
 
@@ -61,9 +62,7 @@ std::vector<float> counts(const WalkResult& r) {
 }
 
 // Step length for a step interval: (0.0563 / Ti + 1.5215) - 0.8711.
-double length_for(double interval_s) {
-    return 0.0563 / interval_s + 1.5215 - 0.8711;
-}
+double length_for(double interval_s) { return 0.0563 / interval_s + 1.5215 - 0.8711; }
 
 // Ti adds up 5 ms per call in float: a length is that close to its value.
 constexpr double kLengthTol = 2e-5;
@@ -125,9 +124,7 @@ struct Pause {
     std::vector<float> counts;
 };
 
-void PrintTo(const Pause& c, std::ostream* os) {
-    *os << c.name;
-}
+void PrintTo(const Pause& c, std::ostream* os) { *os << c.name; }
 
 class PedometerPause : public ::testing::TestWithParam<Pause> {};
 
@@ -174,8 +171,7 @@ TEST(PedometerWalkFromStart, FirstReportCountsUnfilledLengthsAsZero) {
 
 // ---- no rotation data ----
 
-ActivityRecording without_rotation(ActivityRecording frames, std::size_t from,
-                                   std::size_t count) {
+ActivityRecording without_rotation(ActivityRecording frames, std::size_t from, std::size_t count) {
     for (std::size_t i = from; i < from + count && i < frames.size(); ++i) {
         for (float& g : frames[i].imu.gyro) {
             g = 0.0F;
@@ -231,9 +227,7 @@ struct Shape {
     int rejection;
 };
 
-void PrintTo(const Shape& c, std::ostream* os) {
-    *os << c.name;
-}
+void PrintTo(const Shape& c, std::ostream* os) { *os << c.name; }
 
 // Feeds |acc| = (1 + d) g with a slightly varying rate (real gyroscope
 // data) and global z = d.
@@ -283,22 +277,26 @@ INSTANTIATE_TEST_SUITE_P(
     Shapes, PedometerRejection,
     ::testing::Values(
         // A plain step after 2 s of calm: its interval is too long.
-        Shape{"long_interval", {{0.125, 0.35}, {0.25, -0.35}, {0.125, 0.0}}, 0.0F,
+        Shape{"long_interval",
+              {{0.125, 0.35}, {0.25, -0.35}, {0.125, 0.0}},
+              0.0F,
               imu::kPedBadInterval},
         Shape{"too_strong", {{0.05, 3.5}, {0.05, 0.0}}, 0.0F, imu::kPedTooStrong},
         // Held at its peak for 0.4 s: the rise lasts too long.
-        Shape{"rise_too_long", {{0.1, 0.3}, {0.4, 0.3}, {0.1, 0.0}}, 0.0F,
-              imu::kPedRiseTooLong},
+        Shape{"rise_too_long", {{0.1, 0.3}, {0.4, 0.3}, {0.1, 0.0}}, 0.0F, imu::kPedRiseTooLong},
         // Falling for 0.8 s without turning.
-        Shape{"fall_too_long", {{0.1, 0.4}, {0.1, -0.2}, {0.8, -0.6}, {0.1, 0.0}}, 0.0F,
+        Shape{"fall_too_long",
+              {{0.1, 0.4}, {0.1, -0.2}, {0.8, -0.6}, {0.1, 0.0}},
+              0.0F,
               imu::kPedFallTooLong},
         // 2.0 g down to -0.9 g: more than 2.5 g from peak to trough.
-        Shape{"drop_too_deep", {{0.1, 2.0}, {0.15, -0.9}, {0.1, 0.0}}, 0.0F,
-              imu::kPedDropTooDeep},
+        Shape{"drop_too_deep", {{0.1, 2.0}, {0.15, -0.9}, {0.1, 0.0}}, 0.0F, imu::kPedDropTooDeep},
         // The horizontal peak exceeds the vertical one by more than 1 g.
         Shape{"sideways", {{0.125, 0.35}, {0.25, -0.35}, {0.125, 0.0}}, 1.5F, imu::kPedSideways},
         // 0.55 s from peak to the turn: longer than 0.5 s (+ 0.3 x rotation).
-        Shape{"swing_too_long", {{0.1, 0.3}, {0.1, -0.3}, {0.45, -0.35}, {0.1, 0.0}}, 0.0F,
+        Shape{"swing_too_long",
+              {{0.1, 0.3}, {0.1, -0.3}, {0.45, -0.35}, {0.1, 0.0}},
+              0.0F,
               imu::kPedBadDuration}),
     [](const auto& info) { return std::string(info.param.name); });
 

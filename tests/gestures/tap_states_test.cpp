@@ -21,9 +21,9 @@ struct Signals {
     float rate = 0.0F;      // w_filtered_mag
     float rate_h = 0.0F;    // w_filtered_mag_h
     float dt = 0.005F;
-    float acc = 9.8F;       // comp_acc
-    float gyro = 0.2F;      // comp_gyro
-    float gravity_x = 0.0F; // |gravity x|
+    float acc = 9.8F;        // comp_acc
+    float gyro = 0.2F;       // comp_gyro
+    float gravity_x = 0.0F;  // |gravity x|
 };
 
 void apply(const Signals& s) {
@@ -50,19 +50,11 @@ struct Case {
     bool recognised = false;
 };
 
-void PrintTo(const Case& c, std::ostream* os) {
-    *os << c.name;
-}
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
-imu::HandTap& hand() {
-    return imu::hand_tap();
-}
-imu::DeskTap& desk() {
-    return imu::desk_tap();
-}
-imu::PocketTap& pocket() {
-    return imu::pocket_tap();
-}
+imu::HandTap& hand() { return imu::hand_tap(); }
+imu::DeskTap& desk() { return imu::desk_tap(); }
+imu::PocketTap& pocket() { return imu::pocket_tap(); }
 
 // ------------------------------------------------------------------ hand ----
 
@@ -105,8 +97,8 @@ INSTANTIATE_TEST_SUITE_P(
                  hand().tap_still_timer = 0.15F;
              },
              level(1.0F), imu::kHandRearm},
-        Case{"first_too_strong", [] { hand().tap_state = imu::kHandFirstTap; },
-             level(200000.0F), imu::kHandFirstTooStrong},
+        Case{"first_too_strong", [] { hand().tap_state = imu::kHandFirstTap; }, level(200000.0F),
+             imu::kHandFirstTooStrong},
         Case{"first_faded", [] { hand().tap_state = imu::kHandFirstTap; }, level(100.0F),
              imu::kHandFirstFaded},
         Case{"first_late",
@@ -147,8 +139,8 @@ INSTANTIATE_TEST_SUITE_P(
                  burst_ready(hand().trigger);
              },
              level(1000.0F), imu::kHandFirstTap},
-        Case{"second_too_strong", [] { hand().tap_state = imu::kHandSecondTap; },
-             level(200000.0F), imu::kHandSecondTooStrong},
+        Case{"second_too_strong", [] { hand().tap_state = imu::kHandSecondTap; }, level(200000.0F),
+             imu::kHandSecondTooStrong},
         Case{"second_late",
              [] {
                  hand().tap_state = imu::kHandSecondTap;
@@ -177,8 +169,8 @@ INSTANTIATE_TEST_SUITE_P(
                  burst_ready(hand().trigger);
              },
              level(1000.0F), imu::kHandSettling},
-        Case{"settling_too_strong", [] { hand().tap_state = imu::kHandSettling; },
-             level(200000.0F), imu::kHandSettleTooStrong},
+        Case{"settling_too_strong", [] { hand().tap_state = imu::kHandSettling; }, level(200000.0F),
+             imu::kHandSettleTooStrong},
         Case{"settling_third_burst_at_once",
              [] {
                  hand().tap_state = imu::kHandSettling;
@@ -303,82 +295,82 @@ TEST_P(DeskTapStates, OneCall) {
 
 INSTANTIATE_TEST_SUITE_P(
     Transitions, DeskTapStates,
-    ::testing::Values(
-        Case{"still_long_enough", [] { desk().tap_desk_still_timer = 0.1F; }, level(10.0F),
-             imu::kDeskFirstTap},
-        Case{"not_still_restarts", [] { desk().tap_desk_still_timer = 0.1F; }, level(50.0F),
-             imu::kDeskWaitStill},
-        Case{"first_too_strong", [] { desk().tap_desk_state = imu::kDeskFirstTap; },
-             level(5000.0F), imu::kDeskFirstTooStrong},
-        Case{"first_restless",
-             [] {
-                 desk().tap_desk_state = imu::kDeskFirstTap;
-                 desk().tap_desk_still_timer = 1.0F;
-             },
-             level(100.0F), imu::kDeskFirstRestless},
-        Case{"first_burst_overrides_restless",
-             [] {
-                 desk().tap_desk_state = imu::kDeskFirstTap;
-                 desk().tap_desk_still_timer = 1.0F;
-                 burst_ready(desk().trigger);
-             },
-             level(100.0F), imu::kDeskSecondTap},
-        Case{"second_too_strong", [] { desk().tap_desk_state = imu::kDeskSecondTap; },
-             level(5000.0F), imu::kDeskSecondTooStrong},
-        Case{"second_restless",
-             [] {
-                 desk().tap_desk_state = imu::kDeskSecondTap;
-                 desk().tap_desk_still_timer = 1.0F;
-             },
-             level(100.0F), imu::kDeskSecondRestless},
-        Case{"second_late",
-             [] {
-                 desk().tap_desk_state = imu::kDeskSecondTap;
-                 desk().tap_desk_timer = 0.5F;
-             },
-             level(10.0F), imu::kDeskSecondLate},
-        Case{"second_burst_too_soon",
-             [] {
-                 desk().tap_desk_state = imu::kDeskSecondTap;
-                 desk().tap_desk_timer = 0.05F;
-                 burst_ready(desk().trigger);
-             },
-             level(10.0F), imu::kDeskSecondTap},
-        Case{"second_burst",
-             [] {
-                 desk().tap_desk_state = imu::kDeskSecondTap;
-                 desk().tap_desk_timer = 0.2F;
-                 burst_ready(desk().trigger);
-             },
-             level(10.0F), imu::kDeskStillAfter},
-        Case{"after_not_still_in_time",
-             [] {
-                 desk().tap_desk_state = imu::kDeskStillAfter;
-                 desk().tap_desk_timer = 0.25F;
-             },
-             level(10.0F), imu::kDeskNotStillAfter},
-        Case{"after_still_recognises",
-             [] {
-                 desk().tap_desk_state = imu::kDeskStillAfter;
-                 desk().tap_desk_still_timer = 0.1F;
-             },
-             level(10.0F), imu::kDeskHoldOff, true},
-        Case{"after_moving_waits",
-             [] {
-                 desk().tap_desk_state = imu::kDeskStillAfter;
-                 desk().tap_desk_still_timer = 0.1F;
-             },
-             level(100.0F), imu::kDeskStillAfter},
-        Case{"holdoff_ends",
-             [] {
-                 desk().tap_desk_state = imu::kDeskHoldOff;
-                 desk().tap_desk_timer = 0.2F;
-             },
-             level(10.0F), imu::kDeskWaitStill},
-        Case{"failed_returns", [] { desk().tap_desk_state = imu::kDeskNotStillAfter; },
-             level(10.0F), imu::kDeskWaitStill},
-        Case{"out_of_range_returns", [] { desk().tap_desk_state = 5; }, level(10.0F),
-             imu::kDeskWaitStill}),
+    ::testing::Values(Case{"still_long_enough", [] { desk().tap_desk_still_timer = 0.1F; },
+                           level(10.0F), imu::kDeskFirstTap},
+                      Case{"not_still_restarts", [] { desk().tap_desk_still_timer = 0.1F; },
+                           level(50.0F), imu::kDeskWaitStill},
+                      Case{"first_too_strong", [] { desk().tap_desk_state = imu::kDeskFirstTap; },
+                           level(5000.0F), imu::kDeskFirstTooStrong},
+                      Case{"first_restless",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskFirstTap;
+                               desk().tap_desk_still_timer = 1.0F;
+                           },
+                           level(100.0F), imu::kDeskFirstRestless},
+                      Case{"first_burst_overrides_restless",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskFirstTap;
+                               desk().tap_desk_still_timer = 1.0F;
+                               burst_ready(desk().trigger);
+                           },
+                           level(100.0F), imu::kDeskSecondTap},
+                      Case{"second_too_strong", [] { desk().tap_desk_state = imu::kDeskSecondTap; },
+                           level(5000.0F), imu::kDeskSecondTooStrong},
+                      Case{"second_restless",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskSecondTap;
+                               desk().tap_desk_still_timer = 1.0F;
+                           },
+                           level(100.0F), imu::kDeskSecondRestless},
+                      Case{"second_late",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskSecondTap;
+                               desk().tap_desk_timer = 0.5F;
+                           },
+                           level(10.0F), imu::kDeskSecondLate},
+                      Case{"second_burst_too_soon",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskSecondTap;
+                               desk().tap_desk_timer = 0.05F;
+                               burst_ready(desk().trigger);
+                           },
+                           level(10.0F), imu::kDeskSecondTap},
+                      Case{"second_burst",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskSecondTap;
+                               desk().tap_desk_timer = 0.2F;
+                               burst_ready(desk().trigger);
+                           },
+                           level(10.0F), imu::kDeskStillAfter},
+                      Case{"after_not_still_in_time",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskStillAfter;
+                               desk().tap_desk_timer = 0.25F;
+                           },
+                           level(10.0F), imu::kDeskNotStillAfter},
+                      Case{"after_still_recognises",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskStillAfter;
+                               desk().tap_desk_still_timer = 0.1F;
+                           },
+                           level(10.0F), imu::kDeskHoldOff, true},
+                      Case{"after_moving_waits",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskStillAfter;
+                               desk().tap_desk_still_timer = 0.1F;
+                           },
+                           level(100.0F), imu::kDeskStillAfter},
+                      Case{"holdoff_ends",
+                           [] {
+                               desk().tap_desk_state = imu::kDeskHoldOff;
+                               desk().tap_desk_timer = 0.2F;
+                           },
+                           level(10.0F), imu::kDeskWaitStill},
+                      Case{"failed_returns",
+                           [] { desk().tap_desk_state = imu::kDeskNotStillAfter; }, level(10.0F),
+                           imu::kDeskWaitStill},
+                      Case{"out_of_range_returns", [] { desk().tap_desk_state = 5; }, level(10.0F),
+                           imu::kDeskWaitStill}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // After the taps, a moving phone neither adds to the still time nor
@@ -498,12 +490,10 @@ INSTANTIATE_TEST_SUITE_P(
                  pocket().tap_pocket_quiet_timer = 0.1F;
              },
              pocket_motion(9.8F, 0.2F, 5.0F), imu::kPocketQuiet},
-        Case{"after_out_of_range",
-             [] { pocket().tap_pocket_state = imu::kPocketAfter; },
+        Case{"after_out_of_range", [] { pocket().tap_pocket_state = imu::kPocketAfter; },
              pocket_motion(30.0F, 0.2F), imu::kPocketOutOfRange},
         // While the level is low, only the quiet count runs.
-        Case{"after_quiet_ignores_range",
-             [] { pocket().tap_pocket_state = imu::kPocketAfter; },
+        Case{"after_quiet_ignores_range", [] { pocket().tap_pocket_state = imu::kPocketAfter; },
              pocket_motion(30.0F, 0.2F, 5.0F), imu::kPocketAfter},
         Case{"holdoff_ends",
              [] {
@@ -520,7 +510,8 @@ INSTANTIATE_TEST_SUITE_P(
 // A failed attempt and the end of the hold-off clear both maxima, so the
 // next attempt needs a jolt of its own.
 TEST(PocketTapMaxima, ClearedWhenAnAttemptEnds) {
-    for (const int from : {static_cast<int>(imu::kPocketWeak), static_cast<int>(imu::kPocketHoldOff)}) {
+    for (const int from :
+         {static_cast<int>(imu::kPocketWeak), static_cast<int>(imu::kPocketHoldOff)}) {
         pocket().tap_pocket_state = from;
         pocket().tap_pocket_timer = 0.4F;
         strong_maxima();

@@ -118,9 +118,7 @@ struct NearMiss {
     int failure;  // the state the attempt must end in
 };
 
-void PrintTo(const NearMiss& c, std::ostream* os) {
-    *os << c.name;
-}
+void PrintTo(const NearMiss& c, std::ostream* os) { *os << c.name; }
 
 class TapNearMiss : public ::testing::TestWithParam<NearMiss> {};
 
@@ -144,13 +142,13 @@ INSTANTIATE_TEST_SUITE_P(
         NearMiss{"desk_far_apart", Detector::kDesk,
                  [] { return imu::test::desk_double_tap(0.7).frames; }, imu::kDeskSecondLate},
         // The hand's strong taps lift the level far above what a desk allows.
-        NearMiss{"desk_strong_taps", Detector::kDesk,
-                 [] {
-                     imu::test::ActivityScript s(imu::test::Carry::kFlat);
-                     return s.hold(1.0).tap(2.0, 0, 3.0).hold(0.2).tap(2.0, 0, 3.0).hold(1.0)
-                         .frames();
-                 },
-                 imu::kDeskSecondTooStrong},
+        NearMiss{
+            "desk_strong_taps", Detector::kDesk,
+            [] {
+                imu::test::ActivityScript s(imu::test::Carry::kFlat);
+                return s.hold(1.0).tap(2.0, 0, 3.0).hold(0.2).tap(2.0, 0, 3.0).hold(1.0).frames();
+            },
+            imu::kDeskSecondTooStrong},
         NearMiss{"pocket_far_apart", Detector::kPocket,
                  [] { return imu::test::pocket_double_tap(0.6).frames; }, imu::kPocketLate},
         NearMiss{"pocket_out_of_range", Detector::kPocket,

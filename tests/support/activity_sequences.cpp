@@ -75,8 +75,7 @@ void ActivityScript::push(const Motion& m) {
     f.out.gravity[2] = static_cast<float>(up.z * kStandardGravity);
     f.out.global_acc[0] = static_cast<float>(m.forward_g);
     f.out.global_acc[1] = 0.0F;
-    f.out.global_acc[2] =
-        static_cast<float>(m.vertical_g + m.jolt_mps2 / kStandardGravity - 1.0);
+    f.out.global_acc[2] = static_cast<float>(m.vertical_g + m.jolt_mps2 / kStandardGravity - 1.0);
     f.dt_us = kActivityDtUs;
     frames_.push_back(f);
 }
@@ -170,9 +169,7 @@ TapRecording pocket_double_tap(double gap_s, bool jolt_between, bool z_axis) {
     s.tap(1.5, axis, 2.5);
     if (jolt_between) {  // 0.2 s after the first tap began, once its burst is seen
         constexpr double kJoltAfterS = 0.2;
-        s.hold(kJoltAfterS - kTapSamples)
-            .jolt_to(30.0)
-            .hold(gap_s - kJoltAfterS - kActivityDtS);
+        s.hold(kJoltAfterS - kTapSamples).jolt_to(30.0).hold(gap_s - kJoltAfterS - kActivityDtS);
     } else {
         s.hold(gap_s - kTapSamples);
     }

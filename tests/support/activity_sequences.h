@@ -63,10 +63,10 @@ public:
 
 private:
     struct Motion {
-        double vertical_g = 0.0;    // acceleration along gravity, g
-        double rate_rps[3] = {};    // added to the tremor
-        double jolt_mps2 = 0.0;     // added to |acc| along gravity
-        double forward_g = 0.0;     // horizontal acceleration, g
+        double vertical_g = 0.0;  // acceleration along gravity, g
+        double rate_rps[3] = {};  // added to the tremor
+        double jolt_mps2 = 0.0;   // added to |acc| along gravity
+        double forward_g = 0.0;   // horizontal acceleration, g
     };
     void push(const Motion& m);
     void step_cycle(double step_s, double sway_rps);
