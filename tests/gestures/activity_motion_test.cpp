@@ -50,13 +50,8 @@ TEST(MotionDetection, PhoneHeldStillIsMoving) {
 // Walking with the phone in the hand sways it by 0.15 rad/s (level of a
 // few hundred); carried loosely it swings by 1.2 rad/s (level above 1000).
 TEST(MotionDetection, WalkingIsMovingAndSwingingIsMovingStrongly) {
-    ActivityScript hand(Carry::kHand);
-    hand.hold(1.0).steps(16, 0.5);
-    EXPECT_EQ(classes(hand.frames(), 2.0), std::vector<float>{1.0F});
-
-    ActivityScript loose(Carry::kHand);
-    loose.swinging_steps(16, 0.5);
-    EXPECT_EQ(classes(loose.frames(), 1.0), std::vector<float>{2.0F});
+    EXPECT_EQ(classes(imu::test::hand_walk(16, 0.5, 1.0), 2.0), std::vector<float>{1.0F});
+    EXPECT_EQ(classes(imu::test::carried_walk(16, 0.5), 1.0), std::vector<float>{2.0F});
 }
 
 struct LevelCase {

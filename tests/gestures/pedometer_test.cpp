@@ -91,9 +91,7 @@ class PedometerWalk : public ::testing::TestWithParam<double> {};
 // is 0.0563 / 0.5 + 1.5215 - 0.8711 = 0.763 m, 19 x 0.763 = 14.497 m.
 TEST_P(PedometerWalk, TwentyStepsAreCountedAsNineteen) {
     const double period = GetParam();
-    ActivityScript s(Carry::kHand);
-    s.hold(4.0).steps(20, period).hold(1.0);
-    const WalkResult r = run(s.frames());
+    const WalkResult r = run(imu::test::hand_walk(20, period));
 
     const double len = length_for(period);
     std::vector<float> expected(15, 1.0F);

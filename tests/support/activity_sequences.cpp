@@ -177,6 +177,18 @@ TapRecording pocket_double_tap(double gap_s, bool jolt_between, bool z_axis) {
     return {s.frames(), first};
 }
 
+ActivityRecording hand_walk(int steps, double step_s, double lead_in_s) {
+    ActivityScript s(Carry::kHand);
+    s.hold(lead_in_s).steps(steps, step_s).hold(1.0);
+    return s.frames();
+}
+
+ActivityRecording carried_walk(int steps, double step_s) {
+    ActivityScript s(Carry::kHand);
+    s.swinging_steps(steps, step_s);
+    return s.frames();
+}
+
 ActivityRecording still_flat(double seconds) {
     ActivityScript s(Carry::kFlat);
     s.hold(seconds);

@@ -92,6 +92,14 @@ TapRecording desk_double_tap(double gap_s);
 // 0.2 s after the first tap, inside the attempt (out of range). z_axis as for the hand.
 TapRecording pocket_double_tap(double gap_s, bool jolt_between = false, bool z_axis = false);
 
+// A walk with the phone in the hand: lead_in_s of standing, `steps` steps
+// of period step_s (0.5 s and 0.7 s are the usual paces), 1 s of standing.
+ActivityRecording hand_walk(int steps, double step_s, double lead_in_s = 4.0);
+
+// A phone carried loosely while walking: the same steps with the phone
+// swinging by 1.2 rad/s, from the first sample on.
+ActivityRecording carried_walk(int steps, double step_s);
+
 // The phone lying flat and still for the given time.
 ActivityRecording still_flat(double seconds);
 
