@@ -106,6 +106,7 @@ IMU_EXPORT int sfc_get_snap(float* out);
 /* 1 while gyro_static_level_g is above the hand tap's level threshold
  * (max(0.3 x its decaying peak, 700)); an attempt opens only while it is 0.
  * Written by sfc_get_tap. */
+/* NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables) */
 IMU_EXPORT extern int gyro_static_state;
 
 /* Two taps on a phone held in the hand, 0.1 to 0.5 s apart, then the motion
@@ -149,6 +150,7 @@ typedef struct imu_motion_record {
     int32_t count;
 } imu_motion_record;
 
+/* NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables) */
 IMU_EXPORT extern imu_motion_record motion;
 
 /* Reads two angles in degrees, angles[0] and angles[1] (angles[0] is

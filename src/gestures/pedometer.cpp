@@ -27,9 +27,6 @@ namespace imu {
 
 namespace {
 
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
-Pedometer g_pedometer;
-
 // ---- tunables: d in g, rotation in (rad/s)^2, times in s ----
 constexpr double kGravity = 9.8066;   // m/s^2 per g
 constexpr double kMeanWeight = 0.25;  // four-value running means
@@ -253,15 +250,4 @@ void Pedometer::step(float* out) noexcept {
     ped_previous_acc = s.d;
 }
 
-Pedometer& pedometer() noexcept { return g_pedometer; }
-
 }  // namespace imu
-
-// With no time passed (dt_g == 0) the pedometer returns at once and leaves
-// the slot as it was.
-extern "C" IMU_EXPORT int sfc_get_pedometer(float* out) {
-    if (out != nullptr && dt_g == 0.0F) {
-        return 0;
-    }
-    return imu::run_detector(imu::pedometer(), out);
-}

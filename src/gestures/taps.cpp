@@ -15,20 +15,14 @@
 
 // The flag is 1 while the motion level is above the hand tap's level
 // threshold (with hysteresis on that threshold).
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 extern "C" {
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 IMU_EXPORT int gyro_static_state = 0;
 }
 
 namespace imu {
 
 namespace {
-
-// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
-HandTap g_hand_tap;
-DeskTap g_desk_tap;
-PocketTap g_pocket_tap;
-// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 // ---- tunables (rates rad/s, levels in units of gyro_static_level_g, s) ----
 constexpr double kHandPeakDecay = 0.85;    // rate and level peaks: 30 dt per call
@@ -481,28 +475,4 @@ void PocketTap::step(float* out) noexcept {
     }
 }
 
-HandTap& hand_tap() noexcept { return g_hand_tap; }
-DeskTap& desk_tap() noexcept { return g_desk_tap; }
-PocketTap& pocket_tap() noexcept { return g_pocket_tap; }
-
 }  // namespace imu
-
-// With no time passed (dt_g == 0) the hand and desk detectors return at once
-// and leave the slot as it was.
-extern "C" IMU_EXPORT int sfc_get_tap(float* out) {
-    if (out != nullptr && dt_g == 0.0F) {
-        return 0;
-    }
-    return imu::run_detector(imu::hand_tap(), out);
-}
-
-extern "C" IMU_EXPORT int sfc_get_tap_desk(float* out) {
-    if (out != nullptr && dt_g == 0.0F) {
-        return 0;
-    }
-    return imu::run_detector(imu::desk_tap(), out);
-}
-
-extern "C" IMU_EXPORT int sfc_get_tap_pocket(float* out) {
-    return imu::run_detector(imu::pocket_tap(), out);
-}

@@ -11,8 +11,8 @@
 
 #include "imu/gestures.h"
 
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 extern "C" {
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 IMU_EXPORT imu_motion_record motion = {{0, 0, 0, 0, 0}, 0};
 }
 
