@@ -167,6 +167,9 @@ void HandTap::on_idle(float level, const Thresholds& thr, float dt) noexcept {
     }
 }
 
+// A burst completes only with the rate below 0.015, where a level under the
+// level threshold (at least 700) has already failed as faded: the weak-burst
+// failure (-5) is kept for symmetry with the second tap but never taken.
 void HandTap::on_first_tap(float level, const Thresholds& thr) noexcept {
     if (over(level, kHandTooStrong)) {
         tap_state = kHandFirstTooStrong;
