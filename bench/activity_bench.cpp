@@ -109,7 +109,7 @@ void run_detector(benchmark::State& state, DetectorFn detector) {
     float slot[3];
     std::size_t i = 0;
     imu::test::NoAllocScope allocations;
-    for (auto _ : state) {
+    for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores)
         restore(signals[i]);
         i = (i + 1) % signals.size();
         benchmark::DoNotOptimize(detector(slot));
@@ -133,7 +133,7 @@ void BM_TiltDetector(benchmark::State& state) {
     float angles[2] = {0.0F, 0.0F};
     int i = 0;
     imu::test::NoAllocScope allocations;
-    for (auto _ : state) {
+    for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores)
         angles[1] = static_cast<float>((i++ % 40) - 20);  // tilts and level calls
         imu_motion_detect(angles);
         benchmark::DoNotOptimize(imu_motion_is_detected(0));
@@ -148,7 +148,7 @@ void BM_ActivityCycle(benchmark::State& state) {
     float angles[2] = {0.0F, 15.0F};
     std::size_t i = 0;
     imu::test::NoAllocScope allocations;
-    for (auto _ : state) {
+    for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores)
         Cycle& c = cycles[i];
         i = (i + 1) % cycles.size();
         sfc_update_gesture(&c.imu, &c.out, 5000);

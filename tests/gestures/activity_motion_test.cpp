@@ -95,6 +95,7 @@ void detect(float a0, float a1, int times = 1) {
 
 std::vector<int> flags() {
     std::vector<int> f;
+    f.reserve(5);
     for (int i = 0; i < 5; ++i) {
         f.push_back(imu_motion_is_detected(i));
     }

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <initializer_list>
 #include <ostream>
 #include <set>
@@ -250,7 +251,7 @@ std::set<int> feed_shape(const Shape& shape) {
         one(0.0);
     }
     for (const Segment& seg : shape.segments) {
-        const int n = static_cast<int>(seg.seconds / kActivityDtS + 0.5);
+        const auto n = static_cast<int>(std::lround(seg.seconds / kActivityDtS));
         const double start = d;
         for (int i = 1; i <= n; ++i) {
             d = start + (seg.d_end - start) * i / n;
