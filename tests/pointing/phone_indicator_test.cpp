@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "imu/pointing.h"
@@ -15,9 +16,9 @@ using imu::PhonePoseState;
 constexpr float kG = 9.8F;
 constexpr double kPi = 3.141592653589793;
 
-int still(PhonePoseState& s, float ax, float ay, float az, int calls, int enable = 1) {
+int still(PhonePoseState& s, float ay, float az, int calls, int enable = 1) {
     const float g[3] = {0.0F, 0.0F, 0.0F};
-    const float a[3] = {ax, ay, az};
+    const float a[3] = {0.0F, ay, az};
     int state = 0;
     for (int k = 0; k < calls; ++k) {
         state = imu::phone_pose_update(s, g, a, enable);
@@ -25,10 +26,11 @@ int still(PhonePoseState& s, float ax, float ay, float az, int calls, int enable
     return state;
 }
 
-// Turns the phone about its x axis from angle 0 (flat, face up) to
-// `to_deg` at `rate` rad/s; the accelerometer reads (0, G sin t, G cos t).
-// Returns the largest state seen.
-int turn_about_x(PhonePoseState& s, double to_deg, float rate) {
+// From flat, a phone lying still for `settle` calls is turned about its x
+// axis to `to_deg` at `rate` rad/s, reading (0, G sin t, G cos t).
+// Returns the largest state seen during the turn.
+int flat_then_turn(PhonePoseState& s, int settle, double to_deg, float rate) {
+    still(s, 0.0F, kG, settle);
     const double total = to_deg * kPi / 180.0;
     const int calls = static_cast<int>(std::lround(total / (static_cast<double>(rate) * 0.01)));
     int seen = 0;
@@ -37,93 +39,67 @@ int turn_about_x(PhonePoseState& s, double to_deg, float rate) {
         const float g[3] = {rate, 0.0F, 0.0F};
         const float a[3] = {0.0F, static_cast<float>(kG * std::sin(t)),
                             static_cast<float>(kG * std::cos(t))};
-        const int state = imu::phone_pose_update(s, g, a, 1);
-        seen = state > seen ? state : seen;
+        seen = std::max(seen, imu::phone_pose_update(s, g, a, 1));
     }
     return seen;
 }
 
-// GIVEN a phone lying flat WHEN it is turned face down over one second and
-// left still THEN the indicator reports state 1.
 TEST(PhoneIndicator, TurnedFaceDownAndStillIsStateOne) {
     PhonePoseState s;
-    EXPECT_EQ(still(s, 0.0F, 0.0F, kG, 40), 0);
-    EXPECT_EQ(turn_about_x(s, 180.0, static_cast<float>(kPi)), 0);
+    EXPECT_EQ(flat_then_turn(s, 40, 180.0, static_cast<float>(kPi)), 0);
     EXPECT_EQ(s.axis, 2);  // My passed through G on the way: the jump picks axis 2
     EXPECT_EQ(s.rotated, 1);
-    EXPECT_NEAR(s.angle_deg[0], 180.0F, 3.0F);  // the turn sum is in degrees
-    EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 2), 1);
-    EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 50), 1);  // and stays
+    EXPECT_NEAR(s.angle_deg[0], 180.0F, 3.0F);
+    EXPECT_EQ(still(s, 0.0F, -kG, 2), 1);
+    EXPECT_EQ(still(s, 0.0F, -kG, 50), 1);
+    // Disabling resets: counting starts again and a turn is needed anew.
+    EXPECT_EQ(still(s, 0.0F, -kG, 1, 0), 0);
+    EXPECT_EQ(s.n, 1);
+    EXPECT_EQ(s.axis, 0);
+    EXPECT_EQ(s.rotated, 0);
+    EXPECT_EQ(still(s, 0.0F, -kG, 300, 0), 0);
+    EXPECT_EQ(still(s, 0.0F, -kG, 300), 0);
 }
 
-// A flip fast enough that the 0.8 s mean of y hardly moves keeps the axis
-// of the dominant rate, axis 1; face down and still it is state 1 as well.
+// Too fast for the 0.8 s mean of y to move: the dominant rate's axis 1 stays.
 TEST(PhoneIndicator, FastFlipKeepsAxisOne) {
     PhonePoseState s;
-    still(s, 0.0F, 0.0F, kG, 80);
-    turn_about_x(s, 180.0, 15.7F);  // in 20 samples
+    flat_then_turn(s, 80, 180.0, 15.7F);
     EXPECT_EQ(s.axis, 1);
     EXPECT_LT(std::fabs(s.mean[1] - s.my_ref), 4.0F);
-    EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 2), 1);
+    EXPECT_EQ(still(s, 0.0F, -kG, 2), 1);
     EXPECT_EQ(s.axis, 1);
 }
 
-TEST(PhoneIndicator, FaceDownWithoutATurnIsNotStateOne) {
-    PhonePoseState s;
-    EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 200), 0);
-    EXPECT_EQ(s.rotated, 0);
-}
-
-TEST(PhoneIndicator, SmallTurnIsNotEnough) {
-    PhonePoseState s;
-    still(s, 0.0F, 0.0F, kG, 40);
-    turn_about_x(s, 20.0, 2.0F);  // 20 degrees: not rotated
-    EXPECT_EQ(s.rotated, 0);
-    EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 20), 0);
-}
-
-// GIVEN a phone lying flat WHEN it is raised upright and held still THEN
-// the change of the mean y acceleration marks it moved and the indicator
-// reports state 2.
 TEST(PhoneIndicator, RaisedUprightAndStillIsStateTwo) {
     PhonePoseState s;
-    still(s, 0.0F, 0.0F, kG, 40);
-    EXPECT_NEAR(s.my_ref, 0.0F, 1e-6F);
-    turn_about_x(s, 90.0, 2.0F);
-    EXPECT_EQ(still(s, 0.0F, kG, 0.0F, 100), 2);
+    flat_then_turn(s, 40, 90.0, 2.0F);
+    EXPECT_EQ(still(s, kG, 0.0F, 100), 2);
     EXPECT_EQ(s.moved, 1);
     EXPECT_EQ(s.axis, 2);  // a change of My above 4 ends with axis 2
 }
 
-TEST(PhoneIndicator, DisableResetsAndReportsZero) {
+TEST(PhoneIndicator, FaceDownWithoutEnoughTurnIsNotStateOne) {
     PhonePoseState s;
-    still(s, 0.0F, 0.0F, kG, 40);
-    turn_about_x(s, 180.0, static_cast<float>(kPi));
-    ASSERT_EQ(still(s, 0.0F, 0.0F, -kG, 5), 1);
-    EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 1, 0), 0);
-    EXPECT_EQ(s.n, 1);  // counting starts again
-    EXPECT_EQ(s.axis, 0);
+    EXPECT_EQ(still(s, 0.0F, -kG, 200), 0);
     EXPECT_EQ(s.rotated, 0);
-    EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 300, 0), 0);
-    EXPECT_EQ(still(s, 0.0F, 0.0F, -kG, 300), 0);  // no turn since the reset
+    PhonePoseState t;
+    flat_then_turn(t, 40, 20.0, 2.0F);
+    EXPECT_EQ(t.rotated, 0);
+    EXPECT_EQ(still(t, 0.0F, -kG, 20), 0);
 }
 
-TEST(PhoneIndicator, FirstTwentyCallsOnlyFillTheRings) {
+// The first twenty calls only fill the rings; the call counter stops at 2000.
+TEST(PhoneIndicator, WarmUpAndCounter) {
     PhonePoseState s;
     const float g[3] = {9.0F, 9.0F, 9.0F};
     const float a[3] = {0.0F, 0.0F, -kG};
     for (int k = 0; k < 20; ++k) {
         EXPECT_EQ(imu::phone_pose_update(s, g, a, 1), 0);
-        EXPECT_EQ(s.angle_deg[0], 0.0F);
-        EXPECT_EQ(s.rate[0][s.i == 0 ? 7 : s.i - 1], 0.0F);  // rates stored as zero
     }
+    EXPECT_EQ(s.angle_deg[0], 0.0F);
     EXPECT_EQ(s.axis, 0);
-    EXPECT_EQ(s.n, 20);
-}
-
-TEST(PhoneIndicator, CounterStopsAtTwoThousand) {
-    PhonePoseState s;
-    still(s, 0.0F, 0.0F, kG, 2500);
+    still(s, 0.0F, kG, 2480);
     EXPECT_EQ(s.n, 2000);
     EXPECT_EQ(s.i, 2500 % 8);
 }
@@ -131,14 +107,14 @@ TEST(PhoneIndicator, CounterStopsAtTwoThousand) {
 TEST(PhoneIndicatorApi, ExportedFunctionAndBadInput) {
     const float g[3] = {0.0F, 0.0F, 0.0F};
     const float a[3] = {0.0F, 0.0F, kG};
-    EXPECT_EQ(phoneIndicator(nullptr, a, 1), 0);
-    EXPECT_EQ(phoneIndicator(g, nullptr, 1), 0);
-    for (int k = 0; k < 30; ++k) {
-        EXPECT_EQ(phoneIndicator(g, a, 1), 0);
-    }
     const float bad[3] = {NAN, 0.0F, INFINITY};
-    EXPECT_EQ(phoneIndicator(bad, a, 1), 0);
-    EXPECT_EQ(phoneIndicator(g, bad, 1), 0);
+    const float* cases[][2] = {{nullptr, a}, {g, nullptr}, {bad, a}, {g, bad}};
+    for (int k = 0; k < 30; ++k) {
+        ASSERT_EQ(phoneIndicator(g, a, 1), 0);
+    }
+    for (const auto& c : cases) {
+        EXPECT_EQ(phoneIndicator(c[0], c[1], 1), 0);
+    }
     EXPECT_EQ(phoneIndicator(g, a, 0), 0);
 }
 
