@@ -1,7 +1,6 @@
 #pragma once
-// Shared pieces of the engine tests: a fixture that gives the library a
-// fresh file root and captures its log, and a runner that feeds a synthetic
-// recording through the exported update and records the orientation error.
+// Engine test pieces: a fixture with a fresh file root and a captured log,
+// and a replay of a synthetic recording that records the orientation error.
 
 #include <gtest/gtest.h>
 
@@ -22,8 +21,7 @@ protected:
     LogCapture log_;
 };
 
-// The published orientation as q_world_from_device, from the device-frame
-// quaternion (x, y, z, w) of sfc_get_quaternion; w = NaN when refused.
+// The published orientation as q_world_from_device; w = NaN when refused.
 inline sim::Quat published_orientation() {
     float q[4] = {};
     if (sfc_get_quaternion(q) != 0) {
@@ -34,7 +32,7 @@ inline sim::Quat published_orientation() {
 
 struct Trace {
     std::vector<int> result;        // of sfc_update_posture, per sample
-    std::vector<double> error_deg;  // angle to the truth; NaN before the first filtering update
+    std::vector<double> error_deg;  // to the truth; NaN before the first filtering update
     // Largest error over samples [from, to) (to = end when negative).
     double max_error(std::size_t from, long to = -1) const {
         const std::size_t end = to < 0 ? error_deg.size() : static_cast<std::size_t>(to);
@@ -46,8 +44,6 @@ struct Trace {
     }
 };
 
-// Feeds the samples through sfc_update_posture and compares the published
-// orientation with the truth after each one.
 inline Trace replay(const std::vector<sim::Sample>& samples, const sim::SensorModel& model) {
     Trace trace;
     bool filtering = false;
@@ -62,7 +58,7 @@ inline Trace replay(const std::vector<sim::Sample>& samples, const sim::SensorMo
     return trace;
 }
 
-// Noise of a phone at rest: well inside the still test's limits.
+// Noise of a phone at rest, well inside the still test's limits.
 inline sim::SensorModel quiet_phone() {
     sim::SensorModel m;
     m.acc_noise_mps2 = 0.05;
