@@ -1,5 +1,5 @@
-// The daemon data service over real local datagram sockets in a temporary
-// root, and what both data services share: paths, folder, receiver thread.
+// The data socket services over real local datagram sockets in a temporary
+// root: the daemon keeps the latest record, the calibrator calls back.
 
 #include "imu/data_service.h"
 
@@ -7,9 +7,8 @@
 #include <sys/stat.h>
 
 #include <atomic>
-#include <chrono>
-#include <cstring>
 #include <future>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,330 +21,269 @@
 namespace {
 
 using imu::test::Bytes;
-using imu::test::counting;
-using imu::test::filled;
-using imu::test::is_socket;
+using imu::test::bytes_of;
+using imu::test::send_datagram;
+using imu::test::thread_count;
 using imu::test::wait_until;
 
-constexpr const char* kServicePath = "/data/velmo/service";
+constexpr const char* kDaemon = "/data/velmo/service";
+constexpr const char* kCalibrator = "/data/velmo/calibrator_service";
 
-Bytes latest(daemond_data_service& s) {
-    sensor_event out{};
+Bytes counting(std::size_t n, int first) {
+    Bytes b(n);
+    for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<unsigned char>(first + static_cast<int>(i));
+    return b;
+}
+
+template <typename Service, typename Record>
+Bytes latest(Service& s) {
+    Record out{};
     EXPECT_EQ(s.get_data(&out), 0);
-    return Bytes(out.bytes, out.bytes + sizeof out.bytes);
+    return bytes_of(out.bytes);
 }
-
-sensor_event record_of(const Bytes& b) {
-    sensor_event r{};
-    std::memcpy(r.bytes, b.data(), std::min(b.size(), sizeof r.bytes));
-    return r;
-}
+Bytes latest(daemond_data_service& s) { return latest<daemond_data_service, sensor_event>(s); }
+Bytes latest(calibrator_data_service& s) { return latest<calibrator_data_service, calib_sensors_event>(s); }
 
 unsigned mode_of(const std::string& path) {
     struct stat st {};
     return ::stat(path.c_str(), &st) == 0 ? static_cast<unsigned>(st.st_mode & 07777) : 0U;
 }
 
+// The callbacks seen so far (each test runs in a process of its own).
+std::mutex g_mutex;
+std::vector<Bytes> g_events;
+calibrator_data_service* g_stop_on_call = nullptr;
+
+void record_call(unsigned first, VLCONTROLLER_ID controller, const VLEvent& event) {
+    EXPECT_EQ(first, 0U);
+    EXPECT_EQ(controller, VLCONTROLLER_ID_VELMO);
+    calibrator_data_service* service = nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(g_mutex);
+        g_events.push_back(bytes_of(event));
+        service = g_stop_on_call;
+    }
+    if (service != nullptr) {
+        service->stop_service();
+        service->start_service();  // cannot restart its own thread: does nothing
+    }
+}
+std::vector<Bytes> events() {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    return g_events;
+}
+
+// A calibration event: type 1, three zero words, the 60 record bytes.
+Bytes event_for(const Bytes& record) {
+    Bytes e(16 + record.size(), 0);
+    e[0] = 1;
+    std::copy(record.begin(), record.end(), e.begin() + 16);
+    return e;
+}
+
 class DataService : public testing::Test {
 protected:
-    // The receiver is bound once its socket file appears (a fresh root has none).
-    bool bound(const std::string& rel = kServicePath) const {
-        return wait_until([&] { return is_socket(root.path(rel)); });
+    bool bound(const char* rel = kDaemon) const {
+        return wait_until([&] { return imu::test::is_socket(root.path(rel)); });
     }
-    bool ended() const {
-        return wait_until([&] { return log.count("Server_end :0") > 0; });
-    }
+    bool send(const Bytes& b, const char* rel = kDaemon) const { return send_datagram(root.path(rel), b); }
+    bool ends(int n) const { return wait_until([&] { return log.count("Server_end :0") == n; }); }
 
     imu::test::LogCapture log;  // outlives the services of each test
     imu::test::TempRoot root;
 };
 
-TEST_F(DataService, ConstructionResolvesSocketPathsUnderTheRootAndIsIdle) {
-    daemond_data_service daemon;
-    calibrator_data_service calibrator;
-    EXPECT_EQ(std::string(daemon.socket_path), root.path(kServicePath));
-    EXPECT_EQ(std::string(calibrator.socket_path), root.path("/data/velmo/calibrator_service"));
-    EXPECT_FALSE(daemon.running.load());
-    EXPECT_FALSE(calibrator.running.load());
-    EXPECT_EQ(latest(daemon), filled(112, 0));
-    EXPECT_EQ(calibrator.callback_set.load(), 0);
-    EXPECT_FALSE(is_socket(root.path(kServicePath)));  // nothing binds before start
-}
-
-TEST_F(DataService, ConstructionCreatesTheFolderOpenToEveryone) {
+TEST_F(DataService, FolderAndPaths) {
     root.remove("/data/velmo");
-    { daemond_data_service daemon; }
-    EXPECT_EQ(mode_of(root.path("/data/velmo")), 0777U);
-
-    root.remove("/data/velmo");
-    { calibrator_data_service calibrator; }
-    EXPECT_EQ(mode_of(root.path("/data/velmo")), 0777U);
-
-    root.remove("/data");  // the folder cannot be made: not an error
     daemond_data_service daemon;
-    EXPECT_FALSE(root.exists("/data/velmo"));
-}
+    EXPECT_EQ(mode_of(root.path("/data/velmo")), 0777U);  // opened to all against the umask
+    EXPECT_EQ(std::string(daemon.socket_path), root.path(kDaemon));
+    EXPECT_EQ(std::string(calibrator_data_service().socket_path), root.path(kCalibrator));
 
-TEST_F(DataService, CreatServiceFolderResults) {
     root.mkdir("/data/kept");
     ::chmod(root.path("/data/kept").c_str(), 0700);
     root.write("/data/plain", "x");
-    struct Case {
-        const char* rel;  // nullptr: a null path
-        int result;
-        unsigned mode_after;  // 0: nothing there
-    };
-    const Case cases[] = {
-        {"/data/new", 0, 0777},        // made, and opened to all against the umask
-        {"/data/kept", -1, 0700},      // exists: left as it is
-        {"/data/none/below", -1, 0},   // parent missing
-        {"/data/plain/below", -1, 0},  // parent is a file
-        {nullptr, -1, 0},
-    };
-    daemond_data_service daemon;
-    calibrator_data_service calibrator;
-    for (const Case& c : cases) {
-        std::string path = c.rel == nullptr ? "" : root.path(c.rel);
-        char* arg = c.rel == nullptr ? nullptr : path.data();
-        EXPECT_EQ(daemon.creat_service_folder(arg), c.result) << (c.rel ? c.rel : "null");
-        if (c.rel != nullptr) {
-            EXPECT_EQ(mode_of(path), c.mode_after) << c.rel;
-        }
-        // The calibrator's folder creation is the same; a second mkdir fails.
-        EXPECT_EQ(calibrator.creat_service_folder(arg), -1) << (c.rel ? c.rel : "null");
+    const struct { const char* rel; int result; unsigned mode_after; } cases[] = {
+        {"/data/new", 0, 0777}, {"/data/kept", -1, 0700},
+        {"/data/none/below", -1, 0}, {"/data/plain/below", -1, 0}};
+    for (const auto& c : cases) {
+        std::string path = root.path(c.rel);
+        EXPECT_EQ(daemon.creat_service_folder(path.data()), c.result) << c.rel;
+        EXPECT_EQ(mode_of(path), c.mode_after) << c.rel;
     }
-}
+    EXPECT_EQ(daemon.creat_service_folder(nullptr), -1);
 
-TEST_F(DataService, UpdateServicePathTakesWhatFitsASocketAddress) {
-    daemond_data_service daemon;
-    const std::string before = daemon.socket_path;
-    std::string longest = "/" + std::string(106, 'a');  // 107 bytes: fits
-    std::string too_long = longest + "b";
+    std::string fits = "/" + std::string(106, 'a');  // 107 bytes and the terminator
+    std::string too_long = fits + "b";
     EXPECT_EQ(daemon.update_service_path(too_long.data()), -36);
-    EXPECT_EQ(std::string(daemon.socket_path), before);
     EXPECT_EQ(daemon.update_service_path(nullptr), -22);
-    EXPECT_EQ(std::string(daemon.socket_path), before);
-    EXPECT_EQ(daemon.update_service_path(longest.data()), 0);
-    EXPECT_EQ(std::string(daemon.socket_path), longest);
-
-    calibrator_data_service calibrator;
-    EXPECT_EQ(calibrator.update_service_path(too_long.data()), -36);
-    EXPECT_EQ(calibrator.update_service_path(longest.data()), 0);
-    EXPECT_EQ(std::string(calibrator.socket_path), longest);
+    EXPECT_EQ(std::string(daemon.socket_path), root.path(kDaemon));
+    EXPECT_EQ(daemon.update_service_path(fits.data()), 0);
+    EXPECT_EQ(std::string(daemon.socket_path), fits);
+    EXPECT_EQ(daemon.get_data(nullptr), -22);
+    EXPECT_EQ(daemon.send_clien_data(nullptr), -22);
+    sensor_event rec{};
+    EXPECT_EQ(daemon.send_clien_data(&rec), 0);  // nobody bound: not an error
 }
 
-// GIVEN a started service and a second object on the same path
-// WHEN the second sends a record THEN the first returns it from get_data.
 TEST_F(DataService, RecordSentByOneObjectComesBackFromAnother) {
     daemond_data_service server;
     server.start_service();
     ASSERT_TRUE(bound());
-    daemond_data_service client;
-    const Bytes sent = counting(112, 1);
-    sensor_event rec = record_of(sent);
-    EXPECT_EQ(client.send_clien_data(&rec), 0);
-    EXPECT_TRUE(wait_until([&] { return latest(server) == sent; }));
-}
-
-TEST_F(DataService, UpdatedPathIsBoundAndSentTo) {
-    std::string path = root.path("/data/velmo/other");
-    daemond_data_service server;
-    ASSERT_EQ(server.update_service_path(path.data()), 0);
-    server.start_service();
-    ASSERT_TRUE(bound("/data/velmo/other"));
-    EXPECT_FALSE(is_socket(root.path(kServicePath)));
-    daemond_data_service client;
-    ASSERT_EQ(client.update_service_path(path.data()), 0);
-    sensor_event rec = record_of(filled(112, 0x5A));
-    client.send_clien_data(&rec);
-    EXPECT_TRUE(wait_until([&] { return latest(server) == filled(112, 0x5A); }));
+    EXPECT_EQ(latest(server), Bytes(112, 0));
+    sensor_event rec{};
+    std::copy_n(counting(112, 1).begin(), 112, rec.bytes);
+    EXPECT_EQ(daemond_data_service().send_clien_data(&rec), 0);
+    EXPECT_TRUE(wait_until([&] { return latest(server) == counting(112, 1); }));
 }
 
 TEST_F(DataService, TwoStartsStartOneThreadAndDestructionJoinsIt) {
-    const int before = imu::test::thread_count();
+    const int before = thread_count();
     {
         daemond_data_service daemon;
         daemon.start_service();
-        EXPECT_EQ(imu::test::thread_count(), before + 1);
         daemon.start_service();
-        EXPECT_EQ(imu::test::thread_count(), before + 1);
-        EXPECT_TRUE(daemon.running.load());
+        EXPECT_EQ(thread_count(), before + 1);
         EXPECT_EQ(log.count("daemond_data_service start"), 1);
         ASSERT_TRUE(bound());
+        daemond_data_service never_started;
     }
-    EXPECT_EQ(imu::test::thread_count(), before);
-    EXPECT_EQ(log.count("daemond_data_service kill"), 1);
+    EXPECT_EQ(thread_count(), before);
+    EXPECT_EQ(log.count("daemond_data_service kill"), 2);
     EXPECT_EQ(log.count("Server_end :0"), 1);
 }
 
-TEST_F(DataService, DestroyingAStoppedOrNeverStartedServiceIsQuiet) {
-    const int before = imu::test::thread_count();
-    {
-        daemond_data_service never_started;
-        EXPECT_EQ(never_started.stop_service(), 0);
-        calibrator_data_service stopped;
-        stopped.start_service();
-        stopped.stop_service();
-    }
-    EXPECT_EQ(imu::test::thread_count(), before);
-    EXPECT_EQ(log.count("daemond_data_service kill"), 2);
-}
-
-// GIVEN a service waiting for a datagram WHEN it is stopped THEN its thread
-// ends at once, datagrams no longer arrive, and a new start rebinds the
-// path with a cleared record.
+// A stopped service no longer receives; a restart rebinds with a cleared record.
 TEST_F(DataService, StopEndsTheWaitingReceiverAndRestartRebinds) {
     daemond_data_service daemon;
     daemon.start_service();
     ASSERT_TRUE(bound());
-    ASSERT_TRUE(imu::test::send_datagram(root.path(kServicePath), filled(112, 0xA1)));
-    ASSERT_TRUE(wait_until([&] { return latest(daemon) == filled(112, 0xA1); }));
-
+    ASSERT_TRUE(send(Bytes(112, 0xA1)));
+    ASSERT_TRUE(wait_until([&] { return latest(daemon) == Bytes(112, 0xA1); }));
     EXPECT_EQ(daemon.stop_service(), 0);
-    EXPECT_FALSE(daemon.running.load());
-    ASSERT_TRUE(ended());
-    EXPECT_FALSE(imu::test::send_datagram(root.path(kServicePath), filled(112, 0xB2)));
-    EXPECT_EQ(latest(daemon), filled(112, 0xA1));
-
-    root.remove(kServicePath);
-    const int before = imu::test::thread_count();
-    daemon.start_service();
-    EXPECT_EQ(log.count("daemond_data_service start"), 2);
-    ASSERT_TRUE(bound());
-    EXPECT_LE(imu::test::thread_count(), before + 1);
-    EXPECT_EQ(latest(daemon), filled(112, 0));  // cleared at bind
-    ASSERT_TRUE(imu::test::send_datagram(root.path(kServicePath), filled(112, 0xC3)));
-    EXPECT_TRUE(wait_until([&] { return latest(daemon) == filled(112, 0xC3); }));
-}
-
-TEST_F(DataService, ImmediateRestartAfterStopLeavesOneReceiver) {
-    const int before = imu::test::thread_count();
-    daemond_data_service daemon;
+    ASSERT_TRUE(ends(1));
+    EXPECT_FALSE(send(Bytes(112, 0xB2)));
+    root.remove(kDaemon);
+    const int before = thread_count();
     for (int i = 0; i < 20; ++i) {
         daemon.start_service();
         daemon.stop_service();
     }
     daemon.start_service();
-    EXPECT_EQ(imu::test::thread_count(), before + 1);
-    ASSERT_TRUE(wait_until([&] { return log.count("Server_end :0") == 20; }));
-    ASSERT_TRUE(wait_until(
-        [&] { return imu::test::send_datagram(root.path(kServicePath), filled(112, 0x42)); }));
-    EXPECT_TRUE(wait_until([&] { return latest(daemon) == filled(112, 0x42); }));
+    EXPECT_EQ(thread_count(), before + 1);
+    ASSERT_TRUE(ends(21));
+    ASSERT_TRUE(wait_until([&] { return send(Bytes(1, 0xC3)); }));
+    Bytes expected(112, 0);
+    expected[0] = 0xC3;
+    EXPECT_TRUE(wait_until([&] { return latest(daemon) == expected; }));
 }
 
-TEST_F(DataService, GetDataDoesNotWaitForADatagram) {
+// While records arrive, get_data never waits and never returns a mix of two.
+TEST_F(DataService, GetDataNeverWaitsNorMixesRecords) {
     daemond_data_service daemon;
     daemon.start_service();
     ASSERT_TRUE(bound());
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the receiver is waiting
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the receiver waits
     auto read = std::async(std::launch::async, [&] { return latest(daemon); });
     ASSERT_EQ(read.wait_for(std::chrono::seconds(5)), std::future_status::ready);
-    EXPECT_EQ(read.get(), filled(112, 0));
-}
-
-// Records arrive while the host polls: every record read is one that was
-// sent, never a mix of two.
-TEST_F(DataService, GetDataNeverReturnsAMixOfTwoRecords) {
-    daemond_data_service daemon;
-    daemon.start_service();
-    ASSERT_TRUE(bound());
     std::atomic<bool> done{false};
     std::thread sender([&] {
-        daemond_data_service client;
-        for (unsigned char v = 1; v <= 60; ++v) {
-            sensor_event rec = record_of(filled(112, v));
-            client.send_clien_data(&rec);
+        for (int v = 1; v <= 60; ++v) {
+            send(Bytes(112, static_cast<unsigned char>(v)));
             std::this_thread::sleep_for(std::chrono::microseconds(300));
         }
         done = true;
     });
-    int reads = 0;
     while (!done) {
         const Bytes b = latest(daemon);
-        ASSERT_EQ(b, filled(112, b[0])) << "read " << reads;
-        ++reads;
+        ASSERT_EQ(b, Bytes(112, b[0]));
     }
     sender.join();
-    EXPECT_GT(reads, 0);
 }
 
-// Datagrams of any length: at most 112 bytes are taken, a shorter one
-// overwrites only its own bytes, an empty one changes nothing.
+// At most 112 bytes are taken, a short datagram overwrites only its own
+// bytes, an empty one changes nothing.
 TEST_F(DataService, ShortLongAndEmptyDatagrams) {
     daemond_data_service daemon;
     daemon.start_service();
     ASSERT_TRUE(bound());
-    Bytes expected = filled(112, 0);
-    struct Step {
-        const char* what;
-        Bytes datagram;
-    };
-    const Step steps[] = {
-        {"full", filled(112, 0xAA)},
-        {"short", filled(10, 0x11)},
-        {"long", counting(200, 0)},
-        {"empty", {}},
-        {"one byte after empty", filled(1, 0x77)},
-    };
-    for (const Step& s : steps) {
-        ASSERT_TRUE(imu::test::send_datagram(root.path(kServicePath), s.datagram)) << s.what;
-        std::copy_n(s.datagram.begin(), std::min<std::size_t>(s.datagram.size(), 112),
-                    expected.begin());
-        EXPECT_TRUE(wait_until([&] { return latest(daemon) == expected; })) << s.what;
+    Bytes expected(112, 0);
+    for (const Bytes& d : {Bytes(112, 0xAA), Bytes(10, 0x11), counting(200, 0), Bytes{}, Bytes(1, 7)}) {
+        ASSERT_TRUE(send(d)) << d.size();
+        std::copy_n(d.begin(), std::min<std::size_t>(d.size(), 112), expected.begin());
+        EXPECT_TRUE(wait_until([&] { return latest(daemon) == expected; })) << d.size();
     }
 }
 
-TEST_F(DataService, NullArgumentsAreRefused) {
-    daemond_data_service daemon;
-    EXPECT_EQ(daemon.get_data(nullptr), -22);
-    EXPECT_EQ(daemon.send_clien_data(nullptr), -22);
-    calibrator_data_service calibrator;
-    EXPECT_EQ(calibrator.get_data(nullptr), -22);
-    EXPECT_EQ(calibrator.send_clien_data(nullptr), -22);
-}
-
-TEST_F(DataService, SendingWithNobodyBoundIsNotAnError) {
-    daemond_data_service daemon;
-    sensor_event rec{};
-    EXPECT_EQ(daemon.send_clien_data(&rec), 0);
-    root.remove("/data/velmo");
-    EXPECT_EQ(daemon.send_clien_data(&rec), 0);
-}
-
-// A path that cannot be bound is logged and retried until it can be, or
-// until the service is stopped.
-TEST_F(DataService, BindFailureIsRetriedUntilTheFolderAppears) {
-    daemond_data_service daemon;
-    root.remove("/data/velmo");
-    daemon.start_service();
-    ASSERT_TRUE(wait_until([&] { return log.count("bind_start fail") > 0; }));
-    root.mkdir("/data/velmo");
-    ASSERT_TRUE(bound());
-    ASSERT_TRUE(imu::test::send_datagram(root.path(kServicePath), filled(112, 0x3C)));
-    EXPECT_TRUE(wait_until([&] { return latest(daemon) == filled(112, 0x3C); }));
-}
-
-TEST_F(DataService, StopEndsBindRetries) {
-    struct Case {
-        const char* what;
-        bool long_root;
-    };
-    for (const Case c : {Case{"folder missing", false}, Case{"path too long", true}}) {
+// A path that cannot be bound (folder missing, too long for an address)
+// is logged and retried until it can be, or until the service stops.
+TEST_F(DataService, BindFailureIsRetriedUntilBoundOrStopped) {
+    const std::string long_root = root.dir() + "/" + std::string(120, 'r');
+    for (const bool too_long : {false, true}) {
         log.clear();
-        const std::string long_root = root.dir() + "/" + std::string(120, 'r');
-        if (c.long_root) {
-            imu_host_set_root(long_root.c_str());
-        }
+        if (too_long) imu_host_set_root(long_root.c_str());
         daemond_data_service daemon;
         root.remove("/data/velmo");
         daemon.start_service();
-        EXPECT_TRUE(wait_until([&] { return log.count("bind_start fail") > 0; })) << c.what;
-        sensor_event rec{};
-        EXPECT_EQ(daemon.send_clien_data(&rec), 0) << c.what;
+        EXPECT_TRUE(wait_until([&] { return log.count("bind_start fail") > 0; })) << too_long;
+        if (!too_long) {
+            root.mkdir("/data/velmo");
+            ASSERT_TRUE(bound());
+        }
         daemon.stop_service();
-        EXPECT_TRUE(ended()) << c.what;
+        EXPECT_TRUE(ends(1)) << too_long;
         imu_host_set_root(root.dir().c_str());
     }
+}
+
+// Every datagram, whatever its length, gives exactly one callback with the
+// latest record as that datagram left it (cut to 60 bytes).
+TEST_F(DataService, CalibratorCallsBackOncePerDatagram) {
+    const int before = thread_count();
+    calibrator_data_service server;
+    EXPECT_EQ(server.Init(nullptr), -22);
+    EXPECT_EQ(thread_count(), before);
+    EXPECT_EQ(server.Init(record_call), 0);
+    EXPECT_EQ(server.Init(record_call), 0);
+    EXPECT_EQ(thread_count(), before + 1);
+    ASSERT_TRUE(bound(kCalibrator));
+    calib_sensors_event rec{};
+    std::copy_n(counting(60, 100).begin(), 60, rec.bytes);
+    EXPECT_EQ(calibrator_data_service().send_clien_data(&rec), 0);
+    ASSERT_TRUE(wait_until([] { return events().size() == 1; }));
+    EXPECT_EQ(events()[0], event_for(counting(60, 100)));
+    Bytes expected = counting(60, 100);
+    std::size_t n = 1;
+    for (const Bytes& d : {Bytes{}, Bytes(7, 1), counting(100, 50)}) {
+        ASSERT_TRUE(send(d, kCalibrator));
+        ASSERT_TRUE(wait_until([&] { return events().size() == n + 1; })) << d.size();
+        std::copy_n(d.begin(), std::min<std::size_t>(d.size(), 60), expected.begin());
+        EXPECT_EQ(events()[n++], event_for(expected)) << d.size();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(events().size(), n);
+    EXPECT_EQ(latest(server), expected);
+}
+
+// The callback may stop its own service: it cannot restart or join its
+// own thread, and nothing hangs.
+TEST_F(DataService, CalibratorCallbackCanStopItsService) {
+    const int before = thread_count();
+    {
+        calibrator_data_service service;
+        g_stop_on_call = &service;
+        service.start_service();  // no callback yet: records are kept quietly
+        ASSERT_TRUE(bound(kCalibrator));
+        ASSERT_TRUE(send(Bytes(60, 1), kCalibrator));
+        ASSERT_TRUE(wait_until([&] { return latest(service) == Bytes(60, 1); }));
+        service.Init(record_call);
+        ASSERT_TRUE(send(Bytes(60, 2), kCalibrator));
+        ASSERT_TRUE(ends(1));
+        EXPECT_FALSE(service.running.load());
+        EXPECT_EQ(log.count("daemond_data_service start"), 1);
+    }
+    EXPECT_EQ(thread_count(), before);
+    EXPECT_EQ(events(), std::vector<Bytes>{event_for(Bytes(60, 2))});
 }
 
 }  // namespace

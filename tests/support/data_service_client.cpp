@@ -11,16 +11,6 @@
 
 namespace imu::test {
 
-Bytes filled(std::size_t n, unsigned char v) { return Bytes(n, v); }
-
-Bytes counting(std::size_t n, unsigned char first) {
-    Bytes b(n);
-    for (std::size_t i = 0; i < n; ++i) {
-        b[i] = static_cast<unsigned char>(first + i);
-    }
-    return b;
-}
-
 bool send_datagram(const std::string& path, const Bytes& bytes) {
     sockaddr_un addr{};
     if (path.size() >= sizeof addr.sun_path) {

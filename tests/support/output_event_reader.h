@@ -2,9 +2,11 @@
 // Reads back the input event records the library writes into a test's
 // stand-in device (a FIFO made by TempRoot::make_input_device).
 
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace imu::test {
@@ -20,28 +22,31 @@ struct InputEvent {
 
 std::ostream& operator<<(std::ostream& os, const InputEvent& e);
 
-// Shorthands for the events of the virtual mouse.
 InputEvent syn();
 InputEvent rel(int code, int value);
 InputEvent key(int code, int value);
 InputEvent msc_scan(int value);
+// One touch frame: per contact (tracking id 0, 1, ...) TOUCH_MAJOR, BTN_TOUCH,
+// POSITION_X, POSITION_Y, TRACKING_ID, SYN_MT_REPORT; then SYN_REPORT.
+std::vector<InputEvent> touch_frame(int down, const std::vector<std::pair<int, int>>& contacts);
 
 class EventReader {
 public:
-    // Opens the FIFO for reading, without blocking.
-    explicit EventReader(const std::string& fifo_path);
+    explicit EventReader(const std::string& fifo_path);  // opens without blocking
     ~EventReader();
     EventReader(const EventReader&) = delete;
     EventReader& operator=(const EventReader&) = delete;
 
-    // Every whole record written since the last call, in order.
-    std::vector<InputEvent> take();
-    // Seconds field of the last record taken (gettimeofday at writing).
-    std::int64_t last_seconds() const { return last_seconds_; }
+    // The records written since the last call; with n > 0, waits (20 s at
+    // most) for n of them and keeps any beyond the n-th for the next call.
+    std::vector<InputEvent> take(std::size_t n = 0);
+    // The gettimeofday stamps (microseconds) of the records last taken.
+    const std::vector<std::int64_t>& times() const { return times_; }
 
 private:
     int fd_;
-    std::int64_t last_seconds_ = 0;
+    std::vector<std::pair<InputEvent, std::int64_t>> pending_;
+    std::vector<std::int64_t> times_;
 };
 
 }  // namespace imu::test
