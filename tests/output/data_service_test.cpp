@@ -155,6 +155,7 @@ TEST_F(DataService, TwoStartsStartOneThreadAndDestructionJoinsIt) {
 
 // A stopped service no longer receives; a restart rebinds with a cleared record.
 TEST_F(DataService, StopEndsTheWaitingReceiverAndRestartRebinds) {
+    const int before = thread_count();
     daemond_data_service daemon;
     daemon.start_service();
     ASSERT_TRUE(bound());
@@ -164,7 +165,6 @@ TEST_F(DataService, StopEndsTheWaitingReceiverAndRestartRebinds) {
     ASSERT_TRUE(ends(1));
     EXPECT_FALSE(send(Bytes(112, 0xB2)));
     root.remove(kDaemon);
-    const int before = thread_count();
     for (int i = 0; i < 20; ++i) {
         daemon.start_service();
         daemon.stop_service();
