@@ -1,408 +1,40 @@
-// Every transition of the three tap state machines, from a given state with
-// the shared signals set directly (no pipeline): one call each.
-//
-// "burst ready" below means the detector's trigger is above its band with
-// 50 ms accumulated, so a rate below the band completes a pulse of 55 ms,
-// which every tap trigger accepts.
+// Every numbered state of the three tap state machines: one call from a
+// given state with the shared signals set directly. A "burst" row has the
+// trigger above its band with 50 ms accumulated, so the call's zero rate
+// completes a 55 ms pulse, which every tap trigger accepts.
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <ostream>
 #include <string>
+#include <utility>
 
 #include "gestures/taps.h"
 #include "imu/gestures.h"
 
 namespace {
 
-struct Signals {
-    float level = 1000.0F;  // gyro_static_level_g
-    float rate = 0.0F;      // w_filtered_mag
-    float rate_h = 0.0F;    // w_filtered_mag_h
-    float dt = 0.005F;
-    float acc = 9.8F;        // comp_acc
-    float gyro = 0.2F;       // comp_gyro
-    float gravity_x = 0.0F;  // |gravity x|
-};
+using namespace imu;  // NOLINT(google-build-using-namespace): state names
 
-void apply(const Signals& s) {
-    gyro_static_level_g = s.level;
-    w_filtered_mag = s.rate;
-    w_filtered_mag_h = s.rate_h;
+enum Det { kHand, kDesk, kPocket };
+
+HandTap& hand() { return hand_tap(); }
+DeskTap& desk() { return desk_tap(); }
+PocketTap& pocket() { return pocket_tap(); }
+
+void set_signals(float level) {
+    gyro_static_level_g = level;
+    w_filtered_mag = w_filtered_mag_h = 0.0F;
     w_filtered[0] = w_filtered[1] = w_filtered[2] = 0.0F;
-    dt_g = s.dt;
-    comp_acc = s.acc;
-    comp_gyro = s.gyro;
-    gravity_g_abs[0] = s.gravity_x;
+    dt_g = 0.005F;
+    comp_acc = 9.8F;
+    comp_gyro = 0.2F;
+    gravity_g_abs[0] = 0.0F;
 }
 
-void burst_ready(sfc_gesture_trigger& t) {
-    t.state = 2;
-    t.total = 0.05F;
-}
-
-struct Case {
-    const char* name;
-    std::function<void()> setup;  // puts the detector into its start state
-    Signals signals;
-    int expected_state;
-    bool recognised = false;
-};
-
-void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
-
-imu::HandTap& hand() { return imu::hand_tap(); }
-imu::DeskTap& desk() { return imu::desk_tap(); }
-imu::PocketTap& pocket() { return imu::pocket_tap(); }
-
-// ------------------------------------------------------------------ hand ----
-
-class HandTapStates : public ::testing::TestWithParam<Case> {};
-
-TEST_P(HandTapStates, OneCall) {
-    const Case& c = GetParam();
-    c.setup();
-    apply(c.signals);
-    float out[3] = {7.0F, 7.0F, 7.0F};
-    ASSERT_EQ(sfc_get_tap(out), 0);
-    EXPECT_EQ(hand().tap_state, c.expected_state);
-    EXPECT_EQ(out[2], c.recognised ? 1.0F : 0.0F);
-    EXPECT_EQ(out[0], 0.0F);
-}
-
-Signals level(float l) {
-    Signals s;
-    s.level = l;
-    return s;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Transitions, HandTapStates,
-    ::testing::Values(
-        Case{"idle_still_goes_to_rearm", [] { hand().tap_still_timer = 0.05F; }, level(1.0F),
-             imu::kHandRearm},
-        Case{"idle_level_up_opens_attempt", [] {}, level(1000.0F), imu::kHandFirstTap},
-        Case{"idle_flag_set_keeps_idle", [] { gyro_static_state = 1; }, level(1000.0F),
-             imu::kHandIdle},
-        Case{"rearm_moderate_motion_listens_again",
-             [] {
-                 hand().tap_state = imu::kHandRearm;
-                 hand().tap_still_timer = 0.15F;
-             },
-             level(100.0F), imu::kHandIdle},
-        Case{"rearm_still_stays",
-             [] {
-                 hand().tap_state = imu::kHandRearm;
-                 hand().tap_still_timer = 0.15F;
-             },
-             level(1.0F), imu::kHandRearm},
-        Case{"first_too_strong", [] { hand().tap_state = imu::kHandFirstTap; }, level(200000.0F),
-             imu::kHandFirstTooStrong},
-        Case{"first_faded", [] { hand().tap_state = imu::kHandFirstTap; }, level(100.0F),
-             imu::kHandFirstFaded},
-        Case{"first_late",
-             [] {
-                 hand().tap_state = imu::kHandFirstTap;
-                 hand().tap_timer = 0.5F;
-             },
-             level(1000.0F), imu::kHandFirstLate},
-        // A burst only completes below 0.015, where a level under 700 has
-        // already failed as faded: a weak first burst ends in -3, not -5.
-        Case{"first_weak_burst_fails_as_faded",
-             [] {
-                 hand().tap_state = imu::kHandFirstTap;
-                 hand().tap_timer = 0.2F;
-                 burst_ready(hand().trigger);
-             },
-             level(300.0F), imu::kHandFirstFaded},
-        Case{"first_z_burst",
-             [] {
-                 hand().tap_state = imu::kHandFirstTap;
-                 hand().tap_timer = 0.2F;
-                 hand().tap_axis_peak = {0.01F, 0.0F, 0.04F};
-                 burst_ready(hand().trigger);
-             },
-             level(1000.0F), imu::kHandFirstZAxis},
-        Case{"first_burst_goes_to_second",
-             [] {
-                 hand().tap_state = imu::kHandFirstTap;
-                 hand().tap_timer = 0.2F;
-                 hand().tap_axis_peak = {0.03F, 0.0F, 0.04F};  // z only 0.01 above x
-                 burst_ready(hand().trigger);
-             },
-             level(1000.0F), imu::kHandSecondTap},
-        Case{"first_burst_too_soon_is_not_looked_at",
-             [] {
-                 hand().tap_state = imu::kHandFirstTap;
-                 hand().tap_timer = 0.05F;
-                 burst_ready(hand().trigger);
-             },
-             level(1000.0F), imu::kHandFirstTap},
-        Case{"second_too_strong", [] { hand().tap_state = imu::kHandSecondTap; }, level(200000.0F),
-             imu::kHandSecondTooStrong},
-        Case{"second_late",
-             [] {
-                 hand().tap_state = imu::kHandSecondTap;
-                 hand().tap_timer = 0.5F;
-             },
-             level(1000.0F), imu::kHandSecondLate},
-        Case{"second_weak_burst",
-             [] {
-                 hand().tap_state = imu::kHandSecondTap;
-                 hand().tap_timer = 0.2F;
-                 burst_ready(hand().trigger);
-             },
-             level(300.0F), imu::kHandSecondWeak},
-        Case{"second_z_burst",
-             [] {
-                 hand().tap_state = imu::kHandSecondTap;
-                 hand().tap_timer = 0.2F;
-                 hand().tap_axis_peak = {0.0F, 0.0F, 0.03F};
-                 burst_ready(hand().trigger);
-             },
-             level(1000.0F), imu::kHandSecondZAxis},
-        Case{"second_burst_goes_to_settling",
-             [] {
-                 hand().tap_state = imu::kHandSecondTap;
-                 hand().tap_timer = 0.2F;
-                 burst_ready(hand().trigger);
-             },
-             level(1000.0F), imu::kHandSettling},
-        Case{"settling_too_strong", [] { hand().tap_state = imu::kHandSettling; }, level(200000.0F),
-             imu::kHandSettleTooStrong},
-        Case{"settling_third_burst_at_once",
-             [] {
-                 hand().tap_state = imu::kHandSettling;
-                 burst_ready(hand().trigger);
-             },
-             [] {
-                 Signals s = level(1000.0F);
-                 s.dt = 0.0001F;  // the call right after the second burst
-                 return s;
-             }(),
-             imu::kHandSettleThirdBurst},
-        Case{"settling_late",
-             [] {
-                 hand().tap_state = imu::kHandSettling;
-                 hand().tap_timer = 0.4F;
-             },
-             level(1000.0F), imu::kHandSettleLate},
-        Case{"settling_level_down_confirms", [] { hand().tap_state = imu::kHandSettling; },
-             level(100.0F), imu::kHandConfirm},
-        Case{"confirm_recognises",
-             [] {
-                 hand().tap_state = imu::kHandConfirm;
-                 hand().tap_timer = 0.05F;
-             },
-             level(100.0F), imu::kHandHoldOff, true},
-        Case{"confirm_lying_still",
-             [] {
-                 hand().tap_state = imu::kHandConfirm;
-                 hand().tap_still_timer = 0.05F;
-             },
-             level(1.0F), imu::kHandConfirmStill},
-        Case{"holdoff_ends",
-             [] {
-                 hand().tap_state = imu::kHandHoldOff;
-                 hand().tap_timer = 0.2F;
-             },
-             level(100.0F), imu::kHandIdle},
-        Case{"failed_returns_to_idle", [] { hand().tap_state = imu::kHandConfirmStill; },
-             level(100.0F), imu::kHandIdle},
-        Case{"out_of_range_returns_to_idle", [] { hand().tap_state = 42; }, level(100.0F),
-             imu::kHandIdle}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-// Near vertical x (|gravity x| > 9) the burst must fall below 0.013 instead
-// of 0.015 to complete.
-TEST(HandTapBurst, UprightPhoneUsesTheLowerBurstEnd) {
-    for (const float gx : {5.0F, 9.5F}) {
-        hand().tap_state = imu::kHandFirstTap;
-        hand().tap_timer = 0.2F;
-        burst_ready(hand().trigger);
-        Signals s = level(1000.0F);
-        s.rate = 0.014F;
-        s.gravity_x = gx;
-        apply(s);
-        float out[3];
-        sfc_get_tap(out);
-        EXPECT_EQ(hand().tap_state, gx < 9.0F ? imu::kHandSecondTap : imu::kHandFirstTap)
-            << "gx=" << gx;
-    }
-}
-
-// The flag follows the level across max(0.3 peak, 700) with hysteresis.
-TEST(HandTapFlag, FollowsTheLevelThreshold) {
-    float out[3];
-    apply(level(1000.0F));
-    sfc_get_tap(out);
-    EXPECT_EQ(gyro_static_state, 1);
-    EXPECT_EQ(hand().tap_state, imu::kHandFirstTap);
-    // The level peak of 1000 decays by 0.85 per call; 0.3 of it stays under
-    // 700, so 800 is still above the threshold.
-    apply(level(800.0F));
-    sfc_get_tap(out);
-    EXPECT_EQ(gyro_static_state, 1);
-    apply(level(650.0F));
-    sfc_get_tap(out);
-    EXPECT_EQ(gyro_static_state, 0);
-    // A peak of 5000 lifts the threshold to 1500, 1275 after one call's
-    // decay: 1200 is below it.
-    apply(level(5000.0F));
-    sfc_get_tap(out);
-    EXPECT_EQ(gyro_static_state, 1);
-    apply(level(1200.0F));
-    sfc_get_tap(out);
-    EXPECT_EQ(gyro_static_state, 0);
-}
-
-// Lying perfectly still for more than 50 ms drops to re-arm; 150 ms of
-// moderate motion (5 < L < 700) is needed before an attempt can open.
-TEST(HandTapRearm, StillPhoneNeedsModerateMotionBeforeListening) {
-    float out[3];
-    int calls = 0;
-    apply(level(1.0F));
-    while (hand().tap_state != imu::kHandRearm && calls < 100) {
-        sfc_get_tap(out);
-        ++calls;
-    }
-    EXPECT_EQ(calls, 11);  // 11 x 5 ms > 50 ms
-    sfc_get_tap(out);      // still lying still: the count starts from 0
-    EXPECT_EQ(hand().tap_still_timer, 0.0F);
-    calls = 0;
-    apply(level(100.0F));
-    while (hand().tap_state != imu::kHandIdle && calls < 100) {
-        sfc_get_tap(out);
-        ++calls;
-    }
-    EXPECT_EQ(calls, 31);  // 31 x 5 ms > 150 ms
-}
-
-// ------------------------------------------------------------------ desk ----
-
-class DeskTapStates : public ::testing::TestWithParam<Case> {};
-
-TEST_P(DeskTapStates, OneCall) {
-    const Case& c = GetParam();
-    c.setup();
-    apply(c.signals);
-    float out[3] = {7.0F, 7.0F, 7.0F};
-    ASSERT_EQ(sfc_get_tap_desk(out), 0);
-    EXPECT_EQ(desk().tap_desk_state, c.expected_state);
-    EXPECT_EQ(out[2], c.recognised ? 1.0F : 0.0F);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Transitions, DeskTapStates,
-    ::testing::Values(Case{"still_long_enough", [] { desk().tap_desk_still_timer = 0.1F; },
-                           level(10.0F), imu::kDeskFirstTap},
-                      Case{"not_still_restarts", [] { desk().tap_desk_still_timer = 0.1F; },
-                           level(50.0F), imu::kDeskWaitStill},
-                      Case{"first_too_strong", [] { desk().tap_desk_state = imu::kDeskFirstTap; },
-                           level(5000.0F), imu::kDeskFirstTooStrong},
-                      Case{"first_restless",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskFirstTap;
-                               desk().tap_desk_still_timer = 1.0F;
-                           },
-                           level(100.0F), imu::kDeskFirstRestless},
-                      Case{"first_burst_overrides_restless",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskFirstTap;
-                               desk().tap_desk_still_timer = 1.0F;
-                               burst_ready(desk().trigger);
-                           },
-                           level(100.0F), imu::kDeskSecondTap},
-                      Case{"second_too_strong", [] { desk().tap_desk_state = imu::kDeskSecondTap; },
-                           level(5000.0F), imu::kDeskSecondTooStrong},
-                      Case{"second_restless",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskSecondTap;
-                               desk().tap_desk_still_timer = 1.0F;
-                           },
-                           level(100.0F), imu::kDeskSecondRestless},
-                      Case{"second_late",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskSecondTap;
-                               desk().tap_desk_timer = 0.5F;
-                           },
-                           level(10.0F), imu::kDeskSecondLate},
-                      Case{"second_burst_too_soon",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskSecondTap;
-                               desk().tap_desk_timer = 0.05F;
-                               burst_ready(desk().trigger);
-                           },
-                           level(10.0F), imu::kDeskSecondTap},
-                      Case{"second_burst",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskSecondTap;
-                               desk().tap_desk_timer = 0.2F;
-                               burst_ready(desk().trigger);
-                           },
-                           level(10.0F), imu::kDeskStillAfter},
-                      Case{"after_not_still_in_time",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskStillAfter;
-                               desk().tap_desk_timer = 0.25F;
-                           },
-                           level(10.0F), imu::kDeskNotStillAfter},
-                      Case{"after_still_recognises",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskStillAfter;
-                               desk().tap_desk_still_timer = 0.1F;
-                           },
-                           level(10.0F), imu::kDeskHoldOff, true},
-                      Case{"after_moving_waits",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskStillAfter;
-                               desk().tap_desk_still_timer = 0.1F;
-                           },
-                           level(100.0F), imu::kDeskStillAfter},
-                      Case{"holdoff_ends",
-                           [] {
-                               desk().tap_desk_state = imu::kDeskHoldOff;
-                               desk().tap_desk_timer = 0.2F;
-                           },
-                           level(10.0F), imu::kDeskWaitStill},
-                      Case{"failed_returns",
-                           [] { desk().tap_desk_state = imu::kDeskNotStillAfter; }, level(10.0F),
-                           imu::kDeskWaitStill},
-                      Case{"out_of_range_returns", [] { desk().tap_desk_state = 5; }, level(10.0F),
-                           imu::kDeskWaitStill}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-// After the taps, a moving phone neither adds to the still time nor
-// restarts it.
-TEST(DeskTapStill, MovingAfterTheTapsKeepsTheStillCount) {
-    desk().tap_desk_state = imu::kDeskStillAfter;
-    desk().tap_desk_still_timer = 0.05F;
-    apply(level(100.0F));
-    float out[3];
-    sfc_get_tap_desk(out);
-    EXPECT_EQ(desk().tap_desk_still_timer, 0.05F);
-}
-
-// ---------------------------------------------------------------- pocket ----
-
-class PocketTapStates : public ::testing::TestWithParam<Case> {};
-
-TEST_P(PocketTapStates, OneCall) {
-    const Case& c = GetParam();
-    c.setup();
-    apply(c.signals);
-    float out[3] = {7.0F, 7.0F, 7.0F};
-    ASSERT_EQ(sfc_get_tap_pocket(out), 0);
-    EXPECT_EQ(pocket().tap_pocket_state, c.expected_state);
-    EXPECT_EQ(out[2], c.recognised ? 1.0F : 0.0F);
-}
-
-Signals pocket_motion(float acc, float gyro, float l = 100.0F) {
-    Signals s = level(l);
-    s.acc = acc;
-    s.gyro = gyro;
-    return s;
+int call(Det d, float* out) {
+    return d == kHand   ? sfc_get_tap(out)
+           : d == kDesk ? sfc_get_tap_desk(out)
+                        : sfc_get_tap_pocket(out);
 }
 
 void strong_maxima() {
@@ -410,154 +42,213 @@ void strong_maxima() {
     pocket().tap_pocket_gyro_max = 1.0F;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Transitions, PocketTapStates,
-    ::testing::Values(
-        Case{"first_acc_too_high", [] {}, pocket_motion(30.0F, 0.2F), imu::kPocketOutOfRange},
-        Case{"first_acc_too_low", [] {}, pocket_motion(3.0F, 0.2F), imu::kPocketOutOfRange},
-        Case{"first_gyro_too_high", [] {}, pocket_motion(9.8F, 20.0F), imu::kPocketOutOfRange},
-        Case{"first_burst",
-             [] {
-                 strong_maxima();
-                 burst_ready(pocket().trigger);
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketSecondTap},
-        Case{"first_burst_too_light",
-             [] {
-                 pocket().tap_pocket_acc_max = 10.0F;
-                 pocket().tap_pocket_gyro_max = 1.0F;
-                 burst_ready(pocket().trigger);
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketFirstTap},
-        Case{"second_out_of_range", [] { pocket().tap_pocket_state = imu::kPocketSecondTap; },
-             pocket_motion(26.0F, 0.2F), imu::kPocketOutOfRange},
-        Case{"second_late",
-             [] {
-                 pocket().tap_pocket_state = imu::kPocketSecondTap;
-                 pocket().tap_pocket_timer = 0.4F;
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketLate},
-        Case{"second_z_burst",
-             [] {
-                 pocket().tap_pocket_state = imu::kPocketSecondTap;
-                 pocket().tap_pocket_timer = 0.1F;
-                 pocket().tap_pocket_axis_peak = {0.0F, 0.0F, 0.02F};
-                 strong_maxima();
-                 burst_ready(pocket().trigger);
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketZAxis},
-        Case{"second_weak_burst",
-             [] {
-                 pocket().tap_pocket_state = imu::kPocketSecondTap;
-                 pocket().tap_pocket_timer = 0.1F;
-                 pocket().tap_pocket_gyro_max = 0.4F;
-                 pocket().tap_pocket_acc_max = 11.0F;
-                 burst_ready(pocket().trigger);
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketWeak},
-        Case{"second_burst_too_soon",
-             [] {
-                 pocket().tap_pocket_state = imu::kPocketSecondTap;
-                 pocket().tap_pocket_timer = 0.04F;
-                 strong_maxima();
-                 burst_ready(pocket().trigger);
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketSecondTap},
-        Case{"second_burst",
-             [] {
-                 pocket().tap_pocket_state = imu::kPocketSecondTap;
-                 pocket().tap_pocket_timer = 0.1F;
-                 strong_maxima();
-                 burst_ready(pocket().trigger);
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketAfter},
-        Case{"after_recognises",
-             [] {
-                 pocket().tap_pocket_state = imu::kPocketAfter;
-                 pocket().tap_pocket_timer = 0.2F;
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketHoldOff, true},
-        Case{"after_z_dominant",
-             [] {
-                 pocket().tap_pocket_state = imu::kPocketAfter;
-                 pocket().tap_pocket_timer = 0.2F;
-                 pocket().tap_pocket_axis_peak = {0.0F, 0.0F, 0.02F};
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketZAxis},
-        Case{"after_too_quiet",
-             [] {
-                 pocket().tap_pocket_state = imu::kPocketAfter;
-                 pocket().tap_pocket_quiet_timer = 0.1F;
-             },
-             pocket_motion(9.8F, 0.2F, 5.0F), imu::kPocketQuiet},
-        Case{"after_out_of_range", [] { pocket().tap_pocket_state = imu::kPocketAfter; },
-             pocket_motion(30.0F, 0.2F), imu::kPocketOutOfRange},
-        // While the level is low, only the quiet count runs.
-        Case{"after_quiet_ignores_range", [] { pocket().tap_pocket_state = imu::kPocketAfter; },
-             pocket_motion(30.0F, 0.2F, 5.0F), imu::kPocketAfter},
-        Case{"holdoff_ends",
-             [] {
-                 pocket().tap_pocket_state = imu::kPocketHoldOff;
-                 pocket().tap_pocket_timer = 0.4F;
-             },
-             pocket_motion(9.8F, 0.2F), imu::kPocketFirstTap},
-        Case{"failed_returns", [] { pocket().tap_pocket_state = imu::kPocketQuiet; },
-             pocket_motion(9.8F, 0.2F), imu::kPocketFirstTap},
-        Case{"out_of_range_returns", [] { pocket().tap_pocket_state = -9; },
-             pocket_motion(9.8F, 0.2F), imu::kPocketFirstTap}),
-    [](const auto& info) { return std::string(info.param.name); });
+struct Row {
+    const char* name;
+    Det d;
+    int from;
+    float timer;  // the detector's tap timer
+    float still;  // its still timer (the quiet timer in a pocket)
+    bool burst;
+    float level;  // gyro_static_level_g
+    int to;
+    bool hit = false;
+    void (*extra)() = nullptr;  // further state or signals
+};
 
-// A failed attempt and the end of the hold-off clear both maxima, so the
-// next attempt needs a jolt of its own.
-TEST(PocketTapMaxima, ClearedWhenAnAttemptEnds) {
-    for (const int from :
-         {static_cast<int>(imu::kPocketWeak), static_cast<int>(imu::kPocketHoldOff)}) {
-        pocket().tap_pocket_state = from;
-        pocket().tap_pocket_timer = 0.4F;
-        strong_maxima();
-        apply(pocket_motion(9.8F, 0.2F));
-        float out[3];
-        sfc_get_tap_pocket(out);
-        EXPECT_EQ(pocket().tap_pocket_state, imu::kPocketFirstTap);
-        EXPECT_EQ(pocket().tap_pocket_acc_max, 0.0F) << "from " << from;
-        EXPECT_EQ(pocket().tap_pocket_gyro_max, 0.0F) << "from " << from;
+class TapState : public ::testing::TestWithParam<Row> {};
+
+TEST_P(TapState, OneCall) {
+    const Row& c = GetParam();
+    set_signals(c.level);
+    sfc_gesture_trigger* trigger = nullptr;
+    if (c.d == kHand) {
+        hand().tap_state = c.from;
+        hand().tap_timer = c.timer;
+        hand().tap_still_timer = c.still;
+        trigger = &hand().trigger;
+    } else if (c.d == kDesk) {
+        desk().tap_desk_state = c.from;
+        desk().tap_desk_timer = c.timer;
+        desk().tap_desk_still_timer = c.still;
+        trigger = &desk().trigger;
+    } else {
+        pocket().tap_pocket_state = c.from;
+        pocket().tap_pocket_timer = c.timer;
+        pocket().tap_pocket_quiet_timer = c.still;
+        trigger = &pocket().trigger;
+        if (c.burst) {
+            strong_maxima();
+        }
+    }
+    if (c.burst) {
+        trigger->state = 2;
+        trigger->total = 0.05F;
+    }
+    if (c.extra != nullptr) {
+        c.extra();
+    }
+    float out[3] = {7.0F, 7.0F, 7.0F};
+    ASSERT_EQ(call(c.d, out), 0);
+    const int state = c.d == kHand   ? hand().tap_state
+                      : c.d == kDesk ? desk().tap_desk_state
+                                     : pocket().tap_pocket_state;
+    EXPECT_EQ(state, c.to);
+    EXPECT_EQ(out[2], c.hit ? 1.0F : 0.0F);
+    EXPECT_EQ(out[0], 0.0F);
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Transitions, TapState, ::testing::Values(
+    Row{"hand_idle_still_rearms", kHand, kHandIdle, 0, 0.05F, false, 1, kHandRearm},
+    Row{"hand_idle_level_up_opens", kHand, kHandIdle, 0, 0, false, 1000, kHandFirstTap},
+    Row{"hand_idle_flag_set_waits", kHand, kHandIdle, 0, 0, false, 1000, kHandIdle, false,
+        [] { gyro_static_state = 1; }},
+    Row{"hand_rearm_moderate_listens", kHand, kHandRearm, 0, 0.15F, false, 100, kHandIdle},
+    Row{"hand_first_too_strong", kHand, kHandFirstTap, 0, 0, false, 200000, kHandFirstTooStrong},
+    Row{"hand_first_faded", kHand, kHandFirstTap, 0, 0, false, 100, kHandFirstFaded},
+    Row{"hand_first_late", kHand, kHandFirstTap, 0.5F, 0, false, 1000, kHandFirstLate},
+    // A burst completes only below 0.015, where a level under 700 has
+    // already failed as faded: a weak first burst never ends in -5.
+    Row{"hand_first_weak_is_faded", kHand, kHandFirstTap, 0.2F, 0, true, 300, kHandFirstFaded},
+    Row{"hand_first_z", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandFirstZAxis, false,
+        [] { hand().tap_axis_peak = {0.01F, 0.0F, 0.04F}; }},
+    Row{"hand_first_burst", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandSecondTap, false,
+        [] { hand().tap_axis_peak = {0.03F, 0.0F, 0.04F}; }},  // z only 0.01 above x
+    Row{"hand_first_too_soon", kHand, kHandFirstTap, 0.05F, 0, true, 1000, kHandFirstTap},
+    // Near vertical x (|gravity x| > 9) the burst ends below 0.013, not 0.015.
+    Row{"hand_burst_end_flat", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandSecondTap, false,
+        [] { w_filtered_mag = 0.014F; gravity_g_abs[0] = 5.0F; }},
+    Row{"hand_burst_end_upright", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandFirstTap, false,
+        [] { w_filtered_mag = 0.014F; gravity_g_abs[0] = 9.5F; }},
+    Row{"hand_second_too_strong", kHand, kHandSecondTap, 0, 0, false, 200000, kHandSecondTooStrong},
+    Row{"hand_second_late", kHand, kHandSecondTap, 0.5F, 0, false, 1000, kHandSecondLate},
+    Row{"hand_second_weak", kHand, kHandSecondTap, 0.2F, 0, true, 300, kHandSecondWeak},
+    Row{"hand_second_z", kHand, kHandSecondTap, 0.2F, 0, true, 1000, kHandSecondZAxis, false,
+        [] { hand().tap_axis_peak = {0.0F, 0.0F, 0.03F}; }},
+    Row{"hand_second_burst", kHand, kHandSecondTap, 0.2F, 0, true, 1000, kHandSettling},
+    Row{"hand_settle_too_strong", kHand, kHandSettling, 0, 0, false, 200000, kHandSettleTooStrong},
+    Row{"hand_settle_third_burst", kHand, kHandSettling, 0, 0, true, 1000, kHandSettleThirdBurst,
+        false, [] { dt_g = 0.0001F; }},
+    Row{"hand_settle_late", kHand, kHandSettling, 0.4F, 0, false, 1000, kHandSettleLate},
+    Row{"hand_settle_confirms", kHand, kHandSettling, 0, 0, false, 100, kHandConfirm},
+    Row{"hand_confirm_hit", kHand, kHandConfirm, 0.05F, 0, false, 100, kHandHoldOff, true},
+    Row{"hand_confirm_still", kHand, kHandConfirm, 0, 0.05F, false, 1, kHandConfirmStill},
+    Row{"hand_holdoff_ends", kHand, kHandHoldOff, 0.2F, 0, false, 100, kHandIdle},
+    Row{"hand_failed_returns", kHand, kHandConfirmStill, 0, 0, false, 100, kHandIdle},
+    Row{"hand_unknown_returns", kHand, 42, 0, 0, false, 100, kHandIdle},
+    Row{"desk_still_opens", kDesk, kDeskWaitStill, 0, 0.1F, false, 10, kDeskFirstTap},
+    Row{"desk_not_still_waits", kDesk, kDeskWaitStill, 0, 0.1F, false, 50, kDeskWaitStill},
+    Row{"desk_first_too_strong", kDesk, kDeskFirstTap, 0, 0, false, 5000, kDeskFirstTooStrong},
+    Row{"desk_first_restless", kDesk, kDeskFirstTap, 0, 1, false, 100, kDeskFirstRestless},
+    Row{"desk_first_burst_wins", kDesk, kDeskFirstTap, 0, 1, true, 100, kDeskSecondTap},
+    Row{"desk_second_too_strong", kDesk, kDeskSecondTap, 0, 0, false, 5000, kDeskSecondTooStrong},
+    Row{"desk_second_restless", kDesk, kDeskSecondTap, 0, 1, false, 100, kDeskSecondRestless},
+    Row{"desk_second_late", kDesk, kDeskSecondTap, 0.5F, 0, false, 10, kDeskSecondLate},
+    Row{"desk_second_too_soon", kDesk, kDeskSecondTap, 0.05F, 0, true, 10, kDeskSecondTap},
+    Row{"desk_second_burst", kDesk, kDeskSecondTap, 0.2F, 0, true, 10, kDeskStillAfter},
+    Row{"desk_after_not_still", kDesk, kDeskStillAfter, 0.25F, 0, false, 10, kDeskNotStillAfter},
+    Row{"desk_after_still_hit", kDesk, kDeskStillAfter, 0, 0.1F, false, 10, kDeskHoldOff, true},
+    Row{"desk_after_moving_waits", kDesk, kDeskStillAfter, 0, 0.1F, false, 100, kDeskStillAfter},
+    Row{"desk_holdoff_ends", kDesk, kDeskHoldOff, 0.2F, 0, false, 10, kDeskWaitStill},
+    Row{"desk_failed_returns", kDesk, kDeskNotStillAfter, 0, 0, false, 10, kDeskWaitStill},
+    Row{"desk_unknown_returns", kDesk, 5, 0, 0, false, 10, kDeskWaitStill},
+    Row{"pocket_acc_high", kPocket, kPocketFirstTap, 0, 0, false, 100, kPocketOutOfRange, false,
+        [] { comp_acc = 30.0F; }},
+    Row{"pocket_acc_low", kPocket, kPocketFirstTap, 0, 0, false, 100, kPocketOutOfRange, false,
+        [] { comp_acc = 3.0F; }},
+    Row{"pocket_gyro_high", kPocket, kPocketFirstTap, 0, 0, false, 100, kPocketOutOfRange, false,
+        [] { comp_gyro = 20.0F; }},
+    Row{"pocket_first_burst", kPocket, kPocketFirstTap, 0, 0, true, 100, kPocketSecondTap},
+    Row{"pocket_first_too_light", kPocket, kPocketFirstTap, 0, 0, true, 100, kPocketFirstTap,
+        false, [] { pocket().tap_pocket_acc_max = 10.0F; }},
+    Row{"pocket_second_range", kPocket, kPocketSecondTap, 0, 0, false, 100, kPocketOutOfRange,
+        false, [] { comp_acc = 26.0F; }},
+    Row{"pocket_second_late", kPocket, kPocketSecondTap, 0.4F, 0, false, 100, kPocketLate},
+    Row{"pocket_second_z", kPocket, kPocketSecondTap, 0.1F, 0, true, 100, kPocketZAxis, false,
+        [] { pocket().tap_pocket_axis_peak = {0.0F, 0.0F, 0.02F}; }},
+    Row{"pocket_second_weak", kPocket, kPocketSecondTap, 0.1F, 0, true, 100, kPocketWeak, false,
+        [] { pocket().tap_pocket_gyro_max = 0.4F; }},
+    Row{"pocket_second_too_soon", kPocket, kPocketSecondTap, 0.04F, 0, true, 100, kPocketSecondTap},
+    Row{"pocket_second_burst", kPocket, kPocketSecondTap, 0.1F, 0, true, 100, kPocketAfter},
+    Row{"pocket_after_hit", kPocket, kPocketAfter, 0.2F, 0, false, 100, kPocketHoldOff, true},
+    Row{"pocket_after_z", kPocket, kPocketAfter, 0.2F, 0, false, 100, kPocketZAxis, false,
+        [] { pocket().tap_pocket_axis_peak = {0.0F, 0.0F, 0.02F}; }},
+    Row{"pocket_after_quiet", kPocket, kPocketAfter, 0, 0.1F, false, 5, kPocketQuiet},
+    Row{"pocket_after_range", kPocket, kPocketAfter, 0, 0, false, 100, kPocketOutOfRange, false,
+        [] { comp_acc = 30.0F; }},
+    // While the level is low, only the quiet count runs.
+    Row{"pocket_quiet_no_range", kPocket, kPocketAfter, 0, 0, false, 5, kPocketAfter, false,
+        [] { comp_acc = 30.0F; }},
+    Row{"pocket_holdoff_ends", kPocket, kPocketHoldOff, 0.4F, 0, false, 100, kPocketFirstTap},
+    Row{"pocket_failed_returns", kPocket, kPocketQuiet, 0, 0, false, 100, kPocketFirstTap},
+    Row{"pocket_unknown_returns", kPocket, -9, 0, 0, false, 100, kPocketFirstTap}),
+    [](const auto& info) { return std::string(info.param.name); });
+// clang-format on
+
+// The flag follows the level across max(0.3 x peak, 700), the peak decaying
+// by 0.85 per 5 ms call: after 5000 the threshold is 1275, so 1200 is below.
+TEST(HandTapFlag, FollowsTheAdaptiveThreshold) {
+    const std::pair<float, int> steps[] = {{1000, 1}, {800, 1}, {650, 0}, {5000, 1}, {1200, 0}};
+    float out[3];
+    for (const auto& [level, flag] : steps) {
+        set_signals(level);
+        sfc_get_tap(out);
+        EXPECT_EQ(gyro_static_state, flag) << "level " << level;
     }
 }
 
-// ---------------------------------------------------------------- timers ----
+// Lying still for more than 50 ms re-arms (11 calls); lying still on, the
+// count of moderate motion restarts, and 150 ms of it (5 < L < 700, 31
+// calls) is needed before an attempt can open.
+TEST(HandTapRearm, StillPhoneNeedsModerateMotionBeforeListening) {
+    float out[3];
+    int still = 0;
+    int moving = 0;
+    set_signals(1.0F);
+    for (; hand().tap_state != kHandRearm && still < 100; ++still) {
+        sfc_get_tap(out);
+    }
+    sfc_get_tap(out);
+    set_signals(100.0F);
+    for (; hand().tap_state != kHandIdle && moving < 100; ++moving) {
+        sfc_get_tap(out);
+    }
+    EXPECT_EQ(still, 11);
+    EXPECT_EQ(moving, 31);
+}
 
-// Every tap timer is set back to 0 at the end of a call once above 7200 s
-// (7200 itself is kept).
+// A failed attempt and the end of the hold-off clear both pocket maxima.
+TEST(PocketTapMaxima, ClearedWhenAnAttemptEnds) {
+    float out[3];
+    for (const int from : {int{kPocketWeak}, int{kPocketHoldOff}}) {
+        pocket().tap_pocket_state = from;
+        pocket().tap_pocket_timer = 0.4F;
+        strong_maxima();
+        set_signals(100.0F);
+        sfc_get_tap_pocket(out);
+        EXPECT_EQ(pocket().tap_pocket_acc_max + pocket().tap_pocket_gyro_max, 0.0F) << from;
+    }
+}
+
+// Every tap timer is set back to 0 once above 7200 s (7200 itself is kept).
 TEST(TapTimers, WrapAfterTwoHours) {
-    hand().tap_state = imu::kHandHoldOff;
-    hand().tap_timer = 7200.0F;
-    hand().tap_still_timer = 7200.5F;
-    desk().tap_desk_state = imu::kDeskHoldOff;
-    desk().tap_desk_timer = 7200.0F;
-    desk().tap_desk_still_timer = 7200.5F;
-    pocket().tap_pocket_state = imu::kPocketHoldOff;
-    pocket().tap_pocket_timer = 7200.0F;
-    pocket().tap_pocket_quiet_timer = 7200.5F;
-    Signals s = level(100.0F);
-    s.dt = 0.01F;
-    apply(s);
+    hand().tap_state = kHandHoldOff;
+    hand().tap_timer = hand().tap_still_timer = 7200.5F;
+    desk().tap_desk_state = kDeskHoldOff;
+    desk().tap_desk_timer = 7200.5F;
+    desk().tap_desk_still_timer = 7200.0F;
+    pocket().tap_pocket_state = kPocketHoldOff;
+    pocket().tap_pocket_timer = pocket().tap_pocket_quiet_timer = 7200.5F;
+    set_signals(100.0F);
+    dt_g = 0.01F;
     float out[3];
     sfc_get_tap(out);
     sfc_get_tap_desk(out);
     sfc_get_tap_pocket(out);
-    EXPECT_EQ(hand().tap_timer, 0.0F);
+    EXPECT_EQ(hand().tap_timer + hand().tap_still_timer, 0.0F);
     EXPECT_EQ(desk().tap_desk_timer, 0.0F);
-    EXPECT_EQ(pocket().tap_pocket_timer, 0.0F);
-    // The still and quiet timers do not grow in these states; past 7200 s
-    // they wrap all the same.
-    EXPECT_EQ(hand().tap_still_timer, 0.0F);
-    EXPECT_EQ(desk().tap_desk_still_timer, 0.0F);
-    EXPECT_EQ(pocket().tap_pocket_quiet_timer, 0.0F);
-
-    desk().tap_desk_state = imu::kDeskHoldOff;
-    desk().tap_desk_still_timer = 7200.0F;
-    sfc_get_tap_desk(out);
     EXPECT_EQ(desk().tap_desk_still_timer, 7200.0F);
+    EXPECT_EQ(pocket().tap_pocket_timer + pocket().tap_pocket_quiet_timer, 0.0F);
 }
 
 }  // namespace
