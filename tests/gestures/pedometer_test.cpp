@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numeric>
 #include <set>
 #include <string>
 #include <vector>
@@ -42,14 +43,6 @@ WalkResult run(const ActivityRecording& frames) {
         r.states.insert(imu::pedometer().ped_state);
     }
     return r;
-}
-
-float total(const WalkResult& r) {
-    float n = 0.0F;
-    for (const float c : r.counts) {
-        n += c;
-    }
-    return n;
 }
 
 // Step length (0.0563 / Ti + 1.5215) - 0.8711; Ti adds up 5 ms per call in
@@ -141,7 +134,7 @@ TEST_P(PedometerNoRotation, FourSilentCallsStopItForGood) {
         }
     }
     const WalkResult r = run(frames);
-    EXPECT_EQ(total(r), c.steps);
+    EXPECT_EQ(std::accumulate(r.counts.begin(), r.counts.end(), 0.0F), c.steps);
     EXPECT_EQ(imu::pedometer().ped_state == imu::kPedNoRotation, c.calls >= 4);
     if (c.steps_before == 0) {
         EXPECT_EQ(r.states, std::set<int>{imu::kPedNoRotation});
@@ -171,33 +164,27 @@ class PedometerRejection : public ::testing::TestWithParam<Shape> {};
 // slightly varying rate, then 0.5 s of calm: no step, the rejection seen.
 TEST_P(PedometerRejection, ShapeIsRejectedWithItsCode) {
     const Shape& c = GetParam();
-    std::set<int> states;
-    int call = 0;
-    auto one = [&](double d) {
-        comp_acc = static_cast<float>((1.0 + d) * 9.8066);
-        comp_gyro = (call++ % 2 == 0) ? 0.10F : 0.12F;
-        global_acc[0] = c.global_x;
-        global_acc[1] = 0.0F;
-        global_acc[2] = static_cast<float>(d);
-        dt_g = 0.005F;
-        float out[3];
-        sfc_get_pedometer(out);
-        EXPECT_EQ(out[2], 0.0F);
-        states.insert(imu::pedometer().ped_state);
-    };
     std::vector<double> ds(400, 0.0);
-    double d = 0.0;
     for (const Segment& seg : c.segments) {
         const auto n = static_cast<int>(std::lround(seg.seconds / kActivityDtS));
-        const double start = d;
+        const double start = ds.back();
         for (int i = 1; i <= n; ++i) {
-            d = start + (seg.d_end - start) * i / n;
-            ds.push_back(d);
+            ds.push_back(start + (seg.d_end - start) * i / n);
         }
     }
     ds.resize(ds.size() + 100, 0.0);
-    for (const double v : ds) {
-        one(v);
+    std::set<int> states;
+    for (std::size_t i = 0; i < ds.size(); ++i) {
+        comp_acc = static_cast<float>((1.0 + ds[i]) * 9.8066);
+        comp_gyro = (i % 2 == 0) ? 0.10F : 0.12F;
+        global_acc[0] = c.global_x;
+        global_acc[1] = 0.0F;
+        global_acc[2] = static_cast<float>(ds[i]);
+        dt_g = 0.005F;
+        float out[3];
+        sfc_get_pedometer(out);
+        ASSERT_EQ(out[2], 0.0F);
+        states.insert(imu::pedometer().ped_state);
     }
     EXPECT_EQ(states.count(c.rejection), 1U);
 }
