@@ -25,7 +25,7 @@ constexpr std::uint32_t kLogStatus = 1U << 27;
 constexpr int kShowOrder[] = {6,  7,  0,  8,  9,  4,  3,  1,  2,  10, 11, 12, 13,
                               14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26};
 
-// The save log switch file's permission text, read as octal.
+// Permissions of the files other applications write, as text read in base 8.
 constexpr const char* kOpenMode = "0777";
 
 struct ErrorText {
@@ -76,6 +76,7 @@ int velmofusion::check_log_type() {
     }
     int index = 9999;
     int value = 0;
+    errno = 0;  // the error line names the scan's own failure, if any
     const int scanned = std::fscanf(f, "%d %d\n", &index, &value);
     std::fclose(f);
     if (scanned < 1) {
@@ -172,6 +173,7 @@ int velmofusion::load_screen_resolution() {
     std::rewind(f);
     int width = screen_width;
     int height = screen_height;
+    errno = 0;
     const int scanned = std::fscanf(f, "screen_resolution:%d\t%d\n", &width, &height);
     std::fclose(f);
     screen_width = width;

@@ -1,0 +1,243 @@
+// Raw input: the slots each type fills, the interval between gyroscope
+// samples, the button word and the rule that decides when a cycle runs.
+
+#include <cmath>
+
+#include "imu/calibration.h"
+#include "service/service_internal.h"
+#include "service_fixture.h"
+
+namespace imu::test {
+namespace {
+
+// A cycle logs its number while fewer than ten cycles followed the last
+// enabling control call, so a fresh enabling call makes cycles countable.
+int cycles(const LogCapture& log) {
+    int n = 0;
+    for (const std::string& t : log.texts()) {
+        n += t.rfind("show_loge_count=", 0) == 0 ? 1 : 0;
+    }
+    return n;
+}
+
+// One step of calculate_time_diff: timestamp and kind in, interval and
+// stored timestamp out.
+struct TimingStep {
+    long long timestamp;
+    int kind;
+    int result;
+    std::int32_t us;
+    std::int32_t ns;
+    std::int64_t last_after;
+};
+
+struct TimingCase {
+    const char* name;
+    std::vector<TimingStep> steps;
+};
+
+class Timing : public ServiceTest, public testing::WithParamInterface<TimingCase> {};
+
+TEST_P(Timing, IntervalsAndStoredTimestamp) {
+    velmofusion& s = svc();
+    int n = 0;
+    for (const TimingStep& st : GetParam().steps) {
+        EXPECT_EQ(s.calculate_time_diff(st.timestamp, st.kind), st.result) << "step " << n;
+        EXPECT_EQ(s.time_diff_us, st.us) << "step " << n;
+        EXPECT_EQ(s.time_diff_ns, st.ns) << "step " << n;
+        EXPECT_EQ(s.last_timestamp, st.last_after) << "step " << n;
+        ++n;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, Timing,
+    testing::Values(
+        TimingCase{"first_sample", {{5000000000LL, 0, 0, 0, 0, 5000000000LL}}},
+        TimingCase{"ten_ms_steps",
+                   {{1000000000LL, 0, 0, 0, 0, 1000000000LL},
+                    {1010000000LL, 0, 0, 10000, 10000000, 1010000000LL},
+                    {1020000000LL, 0, 0, 10000, 10000000, 1020000000LL}}},
+        TimingCase{"just_under_a_second",
+                   {{1000000000LL, 0, 0, 0, 0, 1000000000LL},
+                    {1999999999LL, 0, 0, 999999, 999999999, 1999999999LL}}},
+        TimingCase{"one_second_rejected_then_timed_against",
+                   {{1000000000LL, 0, 0, 0, 0, 1000000000LL},
+                    {2000000000LL, 0, -1, 1000000, 1000000000, 2000000000LL},
+                    {2005000000LL, 0, 0, 5000, 5000000, 2005000000LL}}},
+        TimingCase{"backwards_passes_negative",
+                   {{2000000000LL, 0, 0, 0, 0, 2000000000LL},
+                    {1990000000LL, 0, 0, -10000, -10000000, 1990000000LL}}},
+        TimingCase{"interval_kind_keeps_timestamp",
+                   {{20000000LL, 1, 0, 20000, 20000000, 0},
+                    {1500LL, 1, 0, 1, 1500, 0},
+                    {-3000LL, 1, 0, -3, -3000, 0}}},
+        TimingCase{"interval_kind_rejects_a_second", {{1000000000LL, 1, -1, 1000000, 1000000000, 0}}},
+        TimingCase{"interval_kind_keeps_low_32_bits",
+                   {{(1LL << 32) + 5000000LL, 1, 0, 5000, 5000000, 0}}},
+        TimingCase{"negative_timestamp_is_not_a_previous_one",
+                   {{-5LL, 0, 0, 0, 0, -5LL}, {10000000LL, 0, 0, 0, 0, 10000000LL}}},
+        TimingCase{"unknown_kind_changes_nothing",
+                   {{1000000000LL, 0, 0, 0, 0, 1000000000LL},
+                    {1010000000LL, 0, 0, 10000, 10000000, 1010000000LL},
+                    {9000000000LL, 7, 0, 10000, 10000000, 1010000000LL}}}),
+    [](const testing::TestParamInfo<TimingCase>& info) { return info.param.name; });
+
+TEST_F(ServiceTest, RejectedIntervalIsLoggedStoredInSlotAndRunsNoCycle) {
+    push(kAcceleration, 0.0F, 0.0F, 9.8F);
+    push(kMagnetic, 20.0F, 0.0F, -40.0F);
+    svc().mEnabled.store(1U << kTap);
+    push(kGyro, 0.0F, 0.0F, 0.0F, 1000000000LL);
+    EXPECT_EQ(cycles(log), 1);
+    push(kGyro, 0.5F, 0.25F, -0.125F, 2000000000LL);
+    EXPECT_EQ(log.count("Time error =1000000us"), 1);
+    EXPECT_EQ(cycles(log), 1);
+    EXPECT_EQ(svc().fusion_data[kGyro].raw[0], 0.5F);
+    EXPECT_EQ(slot(kGyro), (Triple{0.5F, 0.25F, -0.125F}));  // no offset stored
+    push(kGyro, 0.0F, 0.0F, 0.0F, 2010000000LL);
+    EXPECT_EQ(cycles(log), 2);
+}
+
+TEST_F(ServiceTest, AccelerometerAndMagnetometerFillTheirSlotsAndRunNoCycle) {
+    svc().mEnabled.store(1U << kTap);
+    push(kAcceleration, 0.5F, -0.25F, 9.75F);
+    EXPECT_EQ(svc().acc_data_ready.load(), 1);
+    EXPECT_EQ(svc().mag_data_ready.load(), 0);
+    EXPECT_EQ(svc().fusion_data[kAcceleration].raw[2], 9.75F);
+    // Calibrator mode 1 corrects the accelerometer with the default block.
+    EXPECT_EQ(slot(kAcceleration), (Triple{0.5F, -0.25F, 9.75F}));
+    push(kMagnetic, 22.0F, 1.0F, -40.0F);
+    EXPECT_EQ(svc().mag_data_ready.load(), 1);
+    EXPECT_EQ(svc().fusion_data[kMagnetic].raw[0], 22.0F);
+    EXPECT_EQ(cycles(log), 0);
+}
+
+TEST_F(ServiceTest, OtherTypesAndNullDataAreIgnored) {
+    velmofusion& s = svc();
+    push(5, 1.0F, 2.0F, 3.0F);
+    push(kGravity, 1.0F, 2.0F, 3.0F);
+    push(-1, 1.0F, 2.0F, 3.0F);
+    input_raw_data(kAcceleration, nullptr, 0);
+    input_raw_data(kGyro, nullptr, 1000);
+    input_raw_data(kInputButton, nullptr, 0);
+    for (int i = 0; i < kSlotCount; ++i) {
+        EXPECT_EQ(slot(i), (Triple{0.0F, 0.0F, 0.0F})) << i;
+    }
+    EXPECT_EQ(s.acc_data_ready.load(), 0);
+    EXPECT_EQ(s.last_timestamp, 0);
+}
+
+// The button word: mode before, word, mode after.
+struct ButtonCase {
+    int mode;
+    float word;
+    int mode_after;
+    std::int32_t state;
+};
+
+class ButtonWord : public ServiceTest, public testing::WithParamInterface<ButtonCase> {};
+
+TEST_P(ButtonWord, SwitchesBetweenThreeAndFive) {
+    const ButtonCase& c = GetParam();
+    set_fusiond_moed(c.mode);
+    log.clear();
+    float v[3] = {c.word, 0.0F, 0.0F};
+    input_raw_data(kInputButton, v, 0);
+    EXPECT_EQ(svc().fusiond_mode.load(), c.mode_after);
+    EXPECT_EQ(svc().button_state, c.state);
+    EXPECT_TRUE(log.texts().empty());  // the switch is not logged
+}
+
+INSTANTIATE_TEST_SUITE_P(Words, ButtonWord,
+                         testing::Values(ButtonCase{5, 32.0F, 3, 32}, ButtonCase{3, 0.0F, 5, 0},
+                                         ButtonCase{3, 32.0F, 3, 32}, ButtonCase{5, 0.0F, 5, 0},
+                                         ButtonCase{0, 32.0F, 0, 32}, ButtonCase{0, 0.0F, 0, 0},
+                                         ButtonCase{4, 160.9F, 4, 160},
+                                         ButtonCase{3, -32.5F, 3, -32},
+                                         ButtonCase{5, 1e20F, 3, 2147483647},
+                                         ButtonCase{3, std::nanf(""), 5, 0}));
+
+// When does a gyroscope sample run a cycle? Mode, enabled bits, button word,
+// data ready, and whether a cycle ran or the not-ready line was logged.
+struct GateCase {
+    const char* name;
+    int mode;
+    std::uint32_t enabled;
+    float button;
+    bool acc;
+    bool mag;
+    int cycles;
+    int not_ready;
+};
+
+class CycleGate : public ServiceTest, public testing::WithParamInterface<GateCase> {};
+
+TEST_P(CycleGate, RunsCycleOrLogs) {
+    const GateCase& c = GetParam();
+    velmofusion& s = svc();
+    s.fusiond_mode.store(c.mode);
+    s.mEnabled.store(c.enabled);
+    float b[3] = {c.button, 0.0F, 0.0F};
+    input_raw_data(kInputButton, b, 0);
+    if (c.acc) {
+        push(kAcceleration, 0.0F, 0.0F, 9.8F);
+    }
+    if (c.mag) {
+        push(kMagnetic, 20.0F, 0.0F, -40.0F);
+    }
+    const bool interval = c.mode == 2 || c.mode == 4;
+    push(kGyro, 0.0F, 0.0F, 0.0F, interval ? 10000000LL : 3000000000LL);
+    EXPECT_EQ(cycles(log), c.cycles);
+    EXPECT_EQ(count_prefix("data_not_ready"), c.not_ready);
+    if (c.not_ready == 1) {
+        const std::string want = "data_not_ready acc=" + std::to_string(c.acc ? 1 : 0) +
+                                 " mag=" + std::to_string(c.mag ? 1 : 0) +
+                                 " sfc_get_fusion_mode=" + std::to_string(engine_fusion_mode()) +
+                                 " fusiond_mode=" + std::to_string(c.mode);
+        EXPECT_EQ(log.count(want), 1);
+    }
+}
+
+constexpr std::uint32_t kTapBit = 1U << kTap;
+
+INSTANTIATE_TEST_SUITE_P(
+    Modes, CycleGate,
+    testing::Values(GateCase{"m0_ready", 0, kTapBit, 0.0F, true, true, 1, 0},
+                    GateCase{"m0_acc_only", 0, kTapBit, 0.0F, true, false, 0, 1},
+                    GateCase{"m0_nothing_enabled", 0, 0, 0.0F, true, true, 0, 0},
+                    GateCase{"m1_acc_only_nothing_enabled", 1, 0, 0.0F, true, false, 1, 0},
+                    GateCase{"m1_not_ready_silent", 1, kTapBit, 0.0F, false, true, 0, 0},
+                    GateCase{"m2_ready", 2, kTapBit, 0.0F, true, true, 1, 0},
+                    GateCase{"m2_mag_only", 2, kTapBit, 0.0F, false, true, 0, 1},
+                    GateCase{"m2_nothing_enabled", 2, 0, 128.0F, true, true, 0, 0},
+                    GateCase{"m3_button_runs_without_bits", 3, 0, 128.0F + 32.0F, true, true, 1, 0},
+                    GateCase{"m3_no_button_no_bits", 3, 0, 32.0F, true, true, 0, 0},
+                    GateCase{"m5_button_not_ready", 5, 0, 128.0F, false, false, 0, 1},
+                    GateCase{"m4_nothing_enabled", 4, 0, 128.0F, true, true, 0, 0},
+                    GateCase{"m4_ready", 4, kTapBit, 0.0F, true, true, 1, 0},
+                    GateCase{"m6_never", 6, kTapBit, 0.0F, true, true, 0, 0},
+                    GateCase{"negative_mode_never", -1, kTapBit, 0.0F, true, true, 0, 0}),
+    [](const testing::TestParamInfo<GateCase>& info) { return info.param.name; });
+
+TEST_F(ServiceTest, ModeOneWritesNoSaveLog) {
+    root.write("/data/system/save_velmo_log.ini", "1\n");
+    set_fusiond_moed(1);
+    control_fusiond(kTap, 1);
+    push(kAcceleration, 0.0F, 0.0F, 9.8F);
+    push(kGyro, 0.0F, 0.0F, 0.0F, 1000000000LL);
+    EXPECT_EQ(cycles(log), 1);
+    EXPECT_FALSE(root.exists(std::string("/data/system/velmoLOG") + svc().log_name));
+}
+
+TEST_F(ServiceTest, GetTimestampIsTheMonotonicClock) {
+    const auto a = velmofusion::getTimestamp();
+    const auto b = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                       std::chrono::steady_clock::now().time_since_epoch())
+                       .count();
+    const auto c = velmofusion::getTimestamp();
+    EXPECT_LE(a, b);
+    EXPECT_LE(b, c);
+}
+
+}  // namespace
+}  // namespace imu::test

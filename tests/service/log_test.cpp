@@ -1,0 +1,226 @@
+// The console log, its switch file, and the save log.
+
+#include <sys/stat.h>
+
+#include <cstdio>
+
+#include "service_fixture.h"
+
+namespace imu::test {
+namespace {
+
+constexpr const char* kShowLog = "/data/system/show_velmo_log.ini";
+constexpr const char* kSaveLog = "/data/system/save_velmo_log.ini";
+
+class LogTest : public ServiceTest {
+protected:
+    void SetUp() override {
+        velmofusion& s = svc();
+        s.fusiond_mode.store(0);
+        push(kAcceleration, 0.25F, -0.5F, 9.75F);
+        push(kMagnetic, 21.0F, -3.5F, -40.25F);
+    }
+    void cycle(long long ts) { push(kGyro, 0.125F, -0.0625F, 0.5F, ts); }
+    // Enables index without the poll thread (mode 1 leaves the sensor masks).
+    void enable_quietly(int index, int enable) {
+        svc().fusiond_mode.store(1);
+        control_fusiond(index, enable);
+        svc().fusiond_mode.store(0);
+    }
+    std::string save_log_rel() const { return std::string("/data/system/velmoLOG") + name_; }
+    std::string name_ = "2014_3_7_9_5_12";
+};
+
+// The show-log file as a control call reads it, and what it leaves.
+struct ShowCase {
+    const char* name;
+    const char* content;  // nullptr: no file
+    std::uint32_t log_type_before;
+    std::uint32_t log_type_after;
+    bool console_on;
+    const char* logged;  // an error line, or nullptr
+};
+
+class ShowLogFile : public LogTest, public testing::WithParamInterface<ShowCase> {};
+
+TEST_P(ShowLogFile, SetsOneBitOfTheMask) {
+    const ShowCase& c = GetParam();
+    if (c.content != nullptr) {
+        root.write(kShowLog, c.content);
+    }
+    svc().log_type = c.log_type_before;
+    log.clear();
+    enable_quietly(kTap, 1);
+    EXPECT_EQ(svc().log_type, c.log_type_after);
+    EXPECT_EQ((svc().log_switch & kConsoleLogOn) != 0, c.console_on);
+    if (c.logged != nullptr) {
+        EXPECT_EQ(log.count(c.logged), 1);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Contents, ShowLogFile,
+    testing::Values(ShowCase{"missing", nullptr, 0x40, 0x40, false, nullptr},
+                    ShowCase{"status", "27 1\n", 0, 1U << 27, true, nullptr},
+                    ShowCase{"clear", "6 0\n", 0x41, 0x01, true, nullptr},
+                    ShowCase{"index_only_clears", "6", 0x41, 0x01, true, nullptr},
+                    ShowCase{"beyond_mask", "40 1\n", 0x41, 0x41, true, nullptr},
+                    ShowCase{"negative_index", "-3 1\n", 0x41, 0x41, true, nullptr},
+                    ShowCase{"empty", "", 0x41, 0x41, false, "Success\n"},
+                    ShowCase{"garbage", "tap on\n", 0x41, 0x41, false, "Success\n"},
+                    ShowCase{"value_not_number", "12 x\n", 0x1000, 0, true, nullptr}),
+    [](const testing::TestParamInfo<ShowCase>& info) { return info.param.name; });
+
+TEST_F(LogTest, ShowLogFileThatIsAFolder) {
+    root.mkdir(kShowLog);
+    svc().log_type = 0x41;
+    enable_quietly(kTap, 1);
+    EXPECT_EQ(svc().log_type, 0x41U);
+    EXPECT_EQ(svc().log_switch & kConsoleLogOn, 0U);
+    EXPECT_EQ(log.count("Is a directory\n"), 1);
+}
+
+TEST_F(LogTest, StatusLinesEveryCycle) {
+    root.write(kShowLog, "27 1\n");
+    enable_quietly(kTap, 1);
+    cycle(1000000000LL);
+    cycle(1010000000LL);
+    EXPECT_EQ(log.count("fusiond_mode=\t\t0\n"), 2);
+    EXPECT_EQ(log.count("mEnabled =\t\t4096\n"), 2);
+    EXPECT_EQ(log.count("time_diff_us =\t\t0\n"), 1);
+    EXPECT_EQ(log.count("time_diff_us =\t\t10000\n"), 1);
+    EXPECT_EQ(log.count("acc_data_ready =\t\t1\n"), 2);
+    EXPECT_EQ(log.count("mag_data_ready =\t\t1\n"), 2);
+}
+
+TEST_F(LogTest, AccumulatedBitsPrintAccelerationBeforeGyro) {
+    root.write(kShowLog, "6 1\n");
+    enable_quietly(kTap, 1);
+    root.write(kShowLog, "0 1\n");
+    enable_quietly(kShake, 1);
+    log.clear();
+    cycle(1000000000LL);
+    const std::string acc =
+        "raw_data=0.25000,-0.50000,9.75000\t report_data0.25000,-0.50000,9.75000 Acceleration\n";
+    const std::string gyro =
+        "raw_data=0.12500,-0.06250,0.50000\t report_data0.12500,-0.06250,0.50000 Gyro\n";
+    std::vector<std::string> lines;
+    for (const std::string& t : log.texts()) {
+        if (t.rfind("raw_data=", 0) == 0) {
+            lines.push_back(t);
+        }
+    }
+    EXPECT_EQ(lines, (std::vector<std::string>{acc, gyro}));
+}
+
+TEST_F(LogTest, EverySlotLineCarriesItsName) {
+    svc().log_type = 0x07FFFFFF;
+    svc().log_switch = kConsoleLogOn;
+    svc().show_log();
+    std::vector<std::string> names;
+    for (const std::string& t : log.texts()) {
+        if (t.rfind("raw_data=", 0) == 0) {
+            names.push_back(t.substr(t.rfind(' ') + 1));
+        }
+    }
+    const std::vector<std::string> want = {
+        "Acceleration\n",   "Magnetic\n",   "Gyro\n",        "Light\n",          "Proximity\n",
+        "Orientation\n",    "RotationVector\n", "LinearAcceleration\n", "Gravity\n", "Snap\n",
+        "Shake\n",          "Tap\n",        "Turn_Over\n",   "Rolling\n",        "Double_Flip\n",
+        "Raise_Up\n",       "Put_Down\n",   "Rotate\n",      "Air_Mouse\n",      "Corrected_Gyro\n",
+        "Tap_Desk\n",       "Tap_Pocket\n", "Motion_Detection\n", "Pedometer\n", "Zoom_In_Out\n",
+        "Hand_Held\n"};
+    EXPECT_EQ(names, want);
+}
+
+std::string record(const velmofusion& s) {
+    char line[512];
+    const IMU& m = s.imu;
+    std::snprintf(line, sizeof line, "%f\t%f\t%f\t%f\t%f\t%f\t%f\t%f\t%f\t%f\n",
+                  static_cast<double>(static_cast<float>(s.time_diff_ns)) / 1000000.0,
+                  double{m.acc[0]}, double{m.acc[1]}, double{m.acc[2]}, double{m.gyro[0]},
+                  double{m.gyro[1]}, double{m.gyro[2]}, double{m.mag[0]}, double{m.mag[1]},
+                  double{m.mag[2]});
+    return line;
+}
+
+TEST_F(LogTest, SaveLogSpansOneStretchOfEnabledSensors) {
+    root.write(kSaveLog, "");
+    enable_quietly(kTap, 1);
+    svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    std::string want = "velmo log start\n";
+    for (int i = 0; i < 3; ++i) {
+        cycle(1000000000LL + i * 5000000LL);
+        want += record(svc());
+    }
+    ASSERT_EQ(svc().log_file_open, 1);
+    struct stat st {};
+    ASSERT_EQ(::stat(root.path(save_log_rel()).c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0777U);
+    enable_quietly(kTap, 0);  // the last sensor off closes the file
+    EXPECT_EQ(svc().log_file_open, 0);
+    const std::string got = root.read(save_log_rel());
+    EXPECT_EQ(got, want);
+    const auto second = got.find('\n', got.find('\n') + 1) + 1;
+    EXPECT_EQ(got.substr(second, 9), "5.000000\t") << got;  // 5 ms after the first
+}
+
+TEST_F(LogTest, SaveLogOfAnExistingNameIsEmptiedWithoutFirstLine) {
+    root.write(kSaveLog, "");
+    root.write(save_log_rel(), "old contents\n");
+    enable_quietly(kTap, 1);
+    svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    cycle(1000000000LL);
+    enable_quietly(kTap, 0);
+    EXPECT_EQ(root.read(save_log_rel()), record(svc()));
+}
+
+TEST_F(LogTest, SwitchFileRemovedClosesTheSaveLog) {
+    root.write(kSaveLog, "");
+    enable_quietly(kTap, 1);
+    svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    cycle(1000000000LL);
+    const std::string first = record(svc());
+    ASSERT_EQ(svc().log_file_open, 1);
+    root.remove(kSaveLog);
+    enable_quietly(kShake, 1);  // refreshes the switches
+    cycle(1010000000LL);
+    EXPECT_EQ(svc().log_file_open, 0);
+    EXPECT_EQ(root.read(save_log_rel()), "velmo log start\n" + first);
+}
+
+TEST_F(LogTest, SaveLogThatCannotBeOpenedIsRetriedNextCycle) {
+    root.write(kSaveLog, "");
+    enable_quietly(kTap, 1);
+    svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    root.mkdir(save_log_rel());  // a folder of that name cannot be opened
+    cycle(1000000000LL);
+    EXPECT_EQ(svc().log_file_open, 0);
+    EXPECT_EQ(log.count("open file '" + root.path(save_log_rel()) + "' failed: Is a directory\n"),
+              1);
+    root.remove(save_log_rel());
+    cycle(1010000000LL);
+    EXPECT_EQ(svc().log_file_open, 1);
+}
+
+TEST_F(LogTest, SaveLogInAMissingFolderReportsUnableToOpen) {
+    root.write(kSaveLog, "");
+    enable_quietly(kTap, 1);
+    svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    std::snprintf(svc().log_name, sizeof svc().log_name, "%s", "no/such/dir");
+    cycle(1000000000LL);
+    EXPECT_EQ(svc().save_log(), -1);
+    EXPECT_EQ(log.count("Unable to open " + root.path("/data/system/velmoLOGno/such/dir") +
+                        " (No such file or directory)"),
+              2);
+}
+
+TEST_F(LogTest, ChangeFileModeReportsFailure) {
+    root.write("/data/system/x", "");
+    EXPECT_EQ(velmofusion::change_File_mode(root.path("/data/system/x").c_str()), 0);
+    EXPECT_EQ(velmofusion::change_File_mode(root.path("/data/system/missing").c_str()), -1);
+    EXPECT_EQ(velmofusion::change_File_mode(nullptr), -1);
+}
+
+}  // namespace
+}  // namespace imu::test

@@ -1,0 +1,138 @@
+// The virtual sensor table: truncation of the fixed outputs, retrieval, the
+// calibration slot and the startup log of the fusion cycle.
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "service_fixture.h"
+
+namespace imu::test {
+namespace {
+
+// Steps of 0.1 and 0.001 as the float constants; k * step in float.
+float steps(std::int32_t k, float step) { return static_cast<float>(k) * step; }
+
+struct TruncCase {
+    float raw;
+    float step;
+    float report;
+};
+
+class AdjustAccuracy : public testing::TestWithParam<TruncCase> {};
+
+TEST_P(AdjustAccuracy, TruncatesTowardZeroToMultiplesOfStep) {
+    const TruncCase& c = GetParam();
+    Sensor_fusion_data_struct s{{c.raw, -c.raw, 0.0F}, {7.0F, 7.0F, 7.0F}};
+    velmofusion::adjust_accuracy(&s, c.step);
+    EXPECT_EQ(s.report[0], c.report) << c.raw;
+    EXPECT_EQ(s.report[1], -c.report) << c.raw;
+    EXPECT_EQ(s.report[2], 0.0F);
+    EXPECT_EQ(std::memcmp(&s.raw[0], &c.raw, sizeof(float)), 0);  // raw stays as it was
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, AdjustAccuracy,
+    testing::Values(TruncCase{123.456F, 0.1F, steps(1234, 0.1F)},
+                    TruncCase{45.67F, 0.1F, steps(456, 0.1F)},
+                    TruncCase{0.04F, 0.1F, 0.0F},
+                    TruncCase{9.8066F, 0.001F, steps(9806, 0.001F)},
+                    TruncCase{0.0009F, 0.001F, 0.0F},
+                    TruncCase{359.99F, 0.1F, steps(3599, 0.1F)},
+                    TruncCase{1e12F, 0.001F, steps(std::numeric_limits<std::int32_t>::max(), 0.001F)},
+                    TruncCase{std::numeric_limits<float>::infinity(), 0.1F,
+                              steps(std::numeric_limits<std::int32_t>::max(), 0.1F)},
+                    TruncCase{std::nanf(""), 0.1F, 0.0F}));
+
+TEST(AdjustAccuracyExamples, OrientationAndGravity) {
+    Sensor_fusion_data_struct o{{123.456F, -45.67F, 0.04F}, {}};
+    velmofusion::adjust_accuracy(&o, 0.1F);
+    EXPECT_NEAR(o.report[0], 123.4F, 1e-4F);
+    EXPECT_NEAR(o.report[1], -45.6F, 1e-4F);
+    EXPECT_EQ(o.report[2], 0.0F);
+    Sensor_fusion_data_struct g{{0.0F, 0.0F, -9.8066F}, {}};
+    velmofusion::adjust_accuracy(&g, 0.001F);
+    EXPECT_NEAR(g.report[2], -9.806F, 1e-6F);
+}
+
+TEST_F(ServiceTest, IndexOutsideTheTableLeavesOutputUntouched) {
+    svc().fusion_data[26].report[0] = 5.0F;
+    for (const int index : {-1, 27, 1000, std::numeric_limits<int>::min()}) {
+        float out[3] = {7.0F, 8.0F, 9.0F};
+        EXPECT_EQ(get_fusiond_data(index, out), 0);
+        EXPECT_EQ(out[0], 7.0F) << index;
+        EXPECT_EQ(out[2], 9.0F) << index;
+    }
+    EXPECT_EQ(get_fusiond_data(3, nullptr), 0);
+    EXPECT_EQ(slot(26)[0], 5.0F);
+}
+
+// Runs cycles with everything needed ready and bit `index` enabled.
+class CycleTest : public ServiceTest {
+protected:
+    void ready(std::uint32_t enabled) {
+        velmofusion& s = svc();
+        s.fusiond_mode.store(1);  // no poll thread, no save log
+        s.mEnabled.store(enabled);
+        push(kAcceleration, 0.25F, -0.5F, 9.75F);
+        push(kMagnetic, 21.0F, -3.5F, -40.25F);
+    }
+    void cycle(long long ts) { push(kGyro, 0.125F, -0.0625F, 0.5F, ts); }
+};
+
+TEST_F(CycleTest, CalibrationSlotReadsNoRunWhileEnabledAndKeepsItOtherwise) {
+    ready(0);
+    cycle(1000000000LL);
+    EXPECT_EQ(slot(kCalibrationStatus), (Triple{0.0F, 0.0F, 0.0F}));
+    svc().mEnabled.store(1U << kCalibrationStatus);
+    cycle(1010000000LL);
+    EXPECT_EQ(slot(kCalibrationStatus), (Triple{999.0F, 99.0F, 9.0F}));
+    svc().fusion_data[kCalibrationStatus].report[0] = 1.0F;
+    svc().mEnabled.store(1U << kTap);
+    cycle(1020000000LL);
+    EXPECT_EQ(slot(kCalibrationStatus)[0], 1.0F);
+}
+
+TEST_F(CycleTest, CorrectedGyroSlotStaysZero) {
+    ready(0xFFFFFFFFU & ~(1U << kAirMouse) & ~(1U << kZoomInOut));
+    for (int i = 0; i < 5; ++i) {
+        cycle(1000000000LL + i * 10000000LL);
+    }
+    EXPECT_EQ(slot(kCorrectedGyro), (Triple{0.0F, 0.0F, 0.0F}));
+}
+
+TEST_F(CycleTest, CycleCopiesTableIntoTheSampleRecord) {
+    ready(1U << kTap);
+    velmofusion& s = svc();
+    s.fusion_data[kLight].report[0] = 120.0F;
+    s.fusion_data[kProximity].report[0] = 5.0F;
+    cycle(1000000000LL);
+    EXPECT_EQ(s.imu.acc_raw[2], 9.75F);
+    EXPECT_EQ(s.imu.mag_raw[0], 21.0F);
+    EXPECT_EQ(s.imu.gyro_raw[2], 0.5F);
+    EXPECT_EQ(s.imu.light[0], 120.0F);
+    EXPECT_EQ(s.imu.proximity[0], 5.0F);
+    cycle(1005000000LL);
+    EXPECT_EQ(s.sfc_out_time_diff_us, 5000);
+}
+
+TEST_F(CycleTest, FirstTenCyclesAfterAnEnablingCallAreLogged) {
+    ready(1U << kTap);
+    control_fusiond(kShake, 1);  // resets the count
+    log.clear();
+    for (int i = 0; i < 11; ++i) {
+        cycle(1000000000LL + i * 10000000LL);
+    }
+    EXPECT_EQ(count_prefix("show_loge_count="), 10);
+    EXPECT_EQ(log.count("show_loge_count=1\tacc=0.25\t-0.50\t9.75\tmag=21.00\t-3.50\t-40.25\t"
+                        "gyro=0.12\t-0.06\t0.50\t"),
+              1);
+    EXPECT_EQ(count_prefix("show_loge_count=10\t"), 1);
+    EXPECT_EQ(count_prefix("show_loge_count=11"), 0);
+    control_fusiond(kShake, 0);  // a disabling call does not reset it
+    cycle(1200000000LL);
+    EXPECT_EQ(count_prefix("show_loge_count="), 10);
+}
+
+}  // namespace
+}  // namespace imu::test
