@@ -42,7 +42,8 @@ INSTANTIATE_TEST_SUITE_P(
                     TruncCase{1e12F, 0.001F, steps(std::numeric_limits<std::int32_t>::max(), 0.001F)},
                     TruncCase{std::numeric_limits<float>::infinity(), 0.1F,
                               steps(std::numeric_limits<std::int32_t>::max(), 0.1F)},
-                    TruncCase{std::nanf(""), 0.1F, 0.0F}));
+                    TruncCase{std::nanf(""), 0.1F, 0.0F}),
+    [](const testing::TestParamInfo<TruncCase>& info) { return "case" + std::to_string(info.index); });
 
 TEST(AdjustAccuracyExamples, OrientationAndGravity) {
     Sensor_fusion_data_struct o{{123.456F, -45.67F, 0.04F}, {}};
