@@ -11,7 +11,9 @@
 #include <unistd.h>
 
 #include "imu/calibration.h"
+#include "imu/engine.h"
 #include "platform/paths.h"
+#include "pointing/mouse_object.h"
 #include "platform/service_os.h"
 #include "service/service_internal.h"
 #include "service/velmofusion.h"
@@ -165,19 +167,25 @@ int velmofusion::sensors_enable_initial(int index, int enable) {
     }
     if (index == kCalibrationStatus) {
         if (enable != 0) {
-            // GAP(engine): sfc_set_fusion_mode(2).
-            // GAP(calibrun): if (check_app_calibration_file() == 1) { init_zarncalibrator();
-            // app_calibration = 1; } else ...
-            app_calibration = 0;
+            sfc_set_fusion_mode(kEngineNoMagnetometer);
+            if (check_app_calibration_file() == 1) {
+                init_zarncalibrator();
+                app_calibration = 1;
+            } else {
+                app_calibration = 0;
+            }
         } else {
-            // GAP(calibrun): creat_app_calibration_file().
+            creat_app_calibration_file();
             app_calibration = 0;
-            // GAP(engine): sfc_set_fusion_mode(0).
+            sfc_set_fusion_mode(kEngineDefault);
         }
     }
     if (index == kAirMouse) {
         load_screen_resolution();
-        // GAP(pointing): mouse->update_resolution(float(screen_width), float(screen_height)).
+        if (mouse) {
+            mouse->update_resolution(static_cast<float>(screen_width),
+                                     static_cast<float>(screen_height));
+        }
     }
     if (index == kRaiseUp || index == kPutDown) {
         const std::uint32_t bit = index_bit(index);

@@ -5,6 +5,10 @@
 #include <cmath>
 #include <limits>
 
+#include "imu/calibration.h"
+#include "imu/gestures.h"
+#include "pointing/mouse_object.h"
+#include "pointing/zoom_angle.h"
 #include "service/service_internal.h"
 #include "service/velmofusion.h"
 
@@ -26,6 +30,36 @@ constexpr float kUnitStep = 0.001F;
 
 // Slot 5 while no calibration run has been requested.
 constexpr float kNoCalibrationRun[3] = {999.0F, 99.0F, 9.0F};
+
+// The detectors of the cycle, in dispatch order: those before the air
+// mouse, then those after it.
+struct Detector {
+    int index;
+    int (*get)(float* out);
+};
+constexpr Detector kFirstDetectors[] = {
+    {kSnap, sfc_get_snap},           {kShake, sfc_get_shake},       {kTap, sfc_get_tap},
+    {kTurnOver, sfc_get_turn_over},  {kRolling, sfc_get_rolling},   {kDoubleFlip, sfc_get_double_flip},
+    {kRaiseUp, sfc_get_raise_up},    {kPutDown, sfc_get_put_down},  {kRotate, sfc_get_rotate},
+};
+constexpr Detector kLaterDetectors[] = {
+    {kTapDesk, sfc_get_tap_desk},
+    {kTapPocket, sfc_get_tap_pocket},
+    {kMotionDetection, sfc_get_motion_detection},
+    {kPedometer, sfc_get_pedometer},
+    {kHandHeld, sfc_get_hand_held},
+};
+
+// Runs each detector whose bit is set into the report of its slot.
+template <std::size_t N>
+void run_detectors(std::uint32_t enabled, const Detector (&detectors)[N],
+                   Sensor_fusion_data_struct* table) {
+    for (const Detector& d : detectors) {
+        if ((enabled & index_bit(d.index)) != 0) {
+            d.get(table[d.index].report);
+        }
+    }
+}
 
 // Cycles logged after an enabling control call.
 constexpr std::int32_t kStartupLogCycles = 10;
@@ -101,7 +135,8 @@ int velmofusion::calculate_fusion() {
                             double{imu.gyro_raw[2]});
     }
 
-    // GAP(engine): sfc_update_posture(&imu, time_diff_ns); sfc_get_sfc_out(&sfc_out).
+    sfc_update_posture(&imu, time_diff_ns);
+    sfc_get_sfc_out(&sfc_out);
     sfc_out_time_diff_us = time_diff_us;
 
     copy3(fusion_data[kOrientation].raw, sfc_out.euler);
@@ -116,8 +151,8 @@ int velmofusion::calculate_fusion() {
     if ((mEnabled.load(std::memory_order_relaxed) & index_bit(kCalibrationStatus)) != 0) {
         float* status = fusion_data[kCalibrationStatus].report;
         if (app_calibration != 0) {
-            // GAP(calibrun): sfc_update_sensor_calibration(&imu, sfc_out.rotation_matrix)
-            // and return_data_collect_counter() into status[0] and status[1].
+            status[0] = static_cast<float>(sfc_update_sensor_calibration(&imu, sfc_out.rotation_matrix));
+            status[1] = static_cast<float>(return_data_collect_counter());
             status[2] = 0.0F;
         } else {
             copy3(status, kNoCalibrationRun);
@@ -127,15 +162,19 @@ int velmofusion::calculate_fusion() {
 }
 
 int velmofusion::calculate_gesture() {
-    // GAP(gestures): sfc_update_gesture(&imu, &sfc_out, time_diff_us) and the
-    // detectors 10 to 18, 21 to 24 and 26.
+    sfc_update_gesture(&imu, &sfc_out, time_diff_us);
     const std::uint32_t enabled = mEnabled.load(std::memory_order_relaxed);
+    run_detectors(enabled, kFirstDetectors, fusion_data);
     const std::int32_t mode = fusiond_mode.load(std::memory_order_relaxed);
-    if (mode == kModeCalibrate || mode == kModeMouse || (enabled & index_bit(kAirMouse)) != 0) {
-        // GAP(pointing): mouse->update(...), mouse->getdata(fusion_data[kAirMouse].report).
+    if (mouse && (mode == kModeCalibrate || mode == kModeMouse ||
+                  (enabled & index_bit(kAirMouse)) != 0)) {
+        mouse->update(&imu, &sfc_out, button_state, sfc_out_time_diff_us);
+        mouse->getdata(fusion_data[kAirMouse].report);
     }
-    if ((enabled & index_bit(kZoomInOut)) != 0) {
-        // GAP(pointing): zoom_angle->update(...), zoom_angle->getdata(...).
+    run_detectors(enabled, kLaterDetectors, fusion_data);
+    if (zoom_angle && (enabled & index_bit(kZoomInOut)) != 0) {
+        zoom_angle->update(&imu, &sfc_out);
+        zoom_angle->getdata(fusion_data[kZoomInOut].report);
     }
     if ((log_switch & kConsoleLogOn) != 0) {
         show_log();

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <new>
 
+#include "imu/engine.h"
 #include "imu/service.h"
 #include "platform/service_os.h"
 #include "service/service_internal.h"
@@ -42,7 +43,7 @@ void destroy_service() noexcept {
 }
 
 int engine_fusion_mode() noexcept {
-    return 0;  // GAP(engine): sfc_get_fusion_mode().
+    return static_cast<int>(sfc_get_fusion_mode());
 }
 
 }  // namespace imu
@@ -78,7 +79,7 @@ IMU_EXPORT int input_raw_data(int type, float* data, long long timestamp) {
 }
 
 IMU_EXPORT int Initialization(void) {
-    // GAP(engine): sfc_re_initialize().
+    sfc_re_initialize();
     return 0;
 }
 

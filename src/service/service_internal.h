@@ -27,6 +27,11 @@ inline constexpr std::int32_t kModeCalibrate = 3;
 inline constexpr std::int32_t kModeIntervalCalibrate = 4;
 inline constexpr std::int32_t kModeMouse = 5;
 
+// Engine fusion modes the service sets: 2 lets the filter update without a
+// magnetometer sample (box mode, calibration run), 0 is the default.
+inline constexpr std::int32_t kEngineDefault = 0;
+inline constexpr std::int32_t kEngineNoMagnetometer = 2;
+
 // Timing kinds of calculate_time_diff.
 inline constexpr int kTimingAbsolute = 0;
 inline constexpr int kTimingInterval = 1;

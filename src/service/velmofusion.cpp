@@ -7,10 +7,13 @@
 #include <utils/AndroidThreads.h>
 
 #include <cstring>
+#include <new>
 
 #include "imu/calibration.h"
 #include "calibration/calibration_block.h"
 #include "platform/paths.h"
+#include "pointing/mouse_object.h"
+#include "pointing/zoom_angle.h"
 #include "platform/service_os.h"
 #include "service/service_internal.h"
 
@@ -31,7 +34,6 @@ velmofusion::~velmofusion() {
         platform::sleep_us(kJoinPollUs);
     }
     close_save_log();
-    // GAP(pointing): release zoom_angle and mouse once they are created.
 }
 
 int velmofusion::initial() {
@@ -51,7 +53,8 @@ int velmofusion::initial() {
     log_file_open = 0;
     app_calibration = 0;
     button_state = 0;
-    // GAP(pointing): zoom_angle = new zoom_angle_obj; mouse = new velmo_mouse_obj.
+    zoom_angle.reset(new (std::nothrow) zoom_angle_obj());
+    mouse.reset(new (std::nothrow) velmo_mouse_obj());
     screen_width = kDefaultScreenWidth;
     screen_height = kDefaultScreenHeight;
     load_screen_resolution();
@@ -100,7 +103,7 @@ int velmofusion::start_velmofusion() {
 void velmofusion::stop_velmofusion() {}
 
 int velmofusion::re_init_fusion() {
-    // GAP(engine): sfc_re_initialize().
+    sfc_re_initialize();
     return 0;
 }
 
@@ -128,7 +131,7 @@ int velmofusion::control_velmofusion(int index, int enable) {
         return 0;
     }
     if (index == kSnap) {
-        // GAP(engine): qal_ForceNAN().
+        qal_ForceNAN();  // the filter's not-a-number recovery test
     }
     const std::int32_t mode = fusiond_mode.load(std::memory_order_relaxed);
     const bool magnetic = index == kMagnetic;
@@ -137,7 +140,7 @@ int velmofusion::control_velmofusion(int index, int enable) {
             update_masks(index, enable);
             break;
         case kModeBox: {
-            // GAP(engine): sfc_set_fusion_mode(2).
+            sfc_set_fusion_mode(kEngineNoMagnetometer);
             const std::uint32_t bit = index_bit(index);
             const std::uint32_t value = enable != 0 ? bit : 0U;
             mEnabled.store((mEnabled.load(std::memory_order_relaxed) & ~bit) | value,

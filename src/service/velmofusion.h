@@ -18,10 +18,10 @@
 
 #include "imu/engine.h"
 
+namespace imu {
+
 class velmo_mouse_obj;
 class zoom_angle_obj;
-
-namespace imu {
 
 // One slot of the table: what it was computed from, and what the caller reads.
 struct Sensor_fusion_data_struct {
@@ -86,7 +86,7 @@ class velmofusion {
 public:
     velmofusion();
     // Requests the poll thread to end and waits until it has (see
-    // pollSensors), then releases the mouse and zoom objects.
+    // pollSensors); the mouse and zoom objects go with the object.
     ~velmofusion();
     velmofusion(const velmofusion&) = delete;
     velmofusion& operator=(const velmofusion&) = delete;
@@ -162,8 +162,8 @@ public:
     ALooper* looper = nullptr;
     ASensorEventQueue* event_queue = nullptr;
     std::int64_t event_rate_ns = 0;
-    zoom_angle_obj* zoom_angle = nullptr;
-    velmo_mouse_obj* mouse = nullptr;
+    std::unique_ptr<zoom_angle_obj> zoom_angle;  // null only if it could not be allocated
+    std::unique_ptr<velmo_mouse_obj> mouse;
     std::int32_t app_calibration = 0;
     std::int32_t button_state = 0;
     std::int32_t startup_log_count = 0;
