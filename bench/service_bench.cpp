@@ -111,9 +111,9 @@ void BM_ServiceCycle(benchmark::State& state) {
     for (auto _ : state) {
         setup.cycle();
     }
-    state.counters["allocs_per_cycle"] = benchmark::Counter(
-        static_cast<double>(imu::test::allocation_count() - allocations),
-        benchmark::Counter::kAvgIterations);
+    state.counters["allocs_per_cycle"] =
+        benchmark::Counter(static_cast<double>(imu::test::allocation_count() - allocations),
+                           benchmark::Counter::kAvgIterations);
     state.counters["enabled"] = static_cast<double>(imu::service()->mEnabled.load());
 }
 BENCHMARK(BM_ServiceCycle)->Repetitions(5)->ReportAggregatesOnly(true);

@@ -26,15 +26,16 @@ bool local_time_now(LocalTime* out) noexcept {
     if (now == static_cast<std::time_t>(-1) || ::localtime_r(&now, &tm) == nullptr) {
         return false;
     }
-    *out = LocalTime{tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min,
-                     tm.tm_sec};
+    *out =
+        LocalTime{tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec};
     return true;
 }
 
 std::int64_t monotonic_ns() noexcept {
     timespec ts{};
     ::clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<std::int64_t>(ts.tv_sec) * 1000000000LL + static_cast<std::int64_t>(ts.tv_nsec);
+    return static_cast<std::int64_t>(ts.tv_sec) * 1000000000LL +
+           static_cast<std::int64_t>(ts.tv_nsec);
 }
 
 const char* error_text(int err, char* buf, std::size_t cap) noexcept {

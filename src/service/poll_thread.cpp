@@ -13,8 +13,8 @@
 #include "imu/calibration.h"
 #include "imu/engine.h"
 #include "platform/paths.h"
-#include "pointing/mouse_object.h"
 #include "platform/service_os.h"
+#include "pointing/mouse_object.h"
 #include "service/service_internal.h"
 #include "service/velmofusion.h"
 
@@ -60,9 +60,8 @@ void velmofusion::reconcile(ASensor const* const* sensors) {
         const bool on = (active & kActiveBit[s]) != 0;
         const bool wanted = masks[s]->load(std::memory_order_relaxed) != 0;
         if (!on && wanted) {
-            const std::int32_t period_us = s < kLightSensor
-                                               ? static_cast<std::int32_t>(event_rate_ns / 1000)
-                                               : kSlowPeriodUs;
+            const std::int32_t period_us =
+                s < kLightSensor ? static_cast<std::int32_t>(event_rate_ns / 1000) : kSlowPeriodUs;
             ASensorEventQueue_enableSensor(event_queue, sensors[s]);
             ASensorEventQueue_setEventRate(event_queue, sensors[s], period_us);
             sensors_active.store(active | kActiveBit[s], std::memory_order_relaxed);

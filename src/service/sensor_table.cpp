@@ -16,12 +16,33 @@ namespace imu {
 namespace {
 
 constexpr const char* kSlotNames[kSlotCount] = {
-    "Gyro",      "LinearAcceleration", "Gravity",     "RotationVector", "Orientation",
-    "",          "Acceleration",       "Magnetic",    "Light",          "Proximity",
-    "Snap",      "Shake",              "Tap",         "Turn_Over",      "Rolling",
-    "Double_Flip", "Raise_Up",         "Put_Down",    "Rotate",         "Air_Mouse",
-    "Corrected_Gyro", "Tap_Desk",      "Tap_Pocket",  "Motion_Detection", "Pedometer",
-    "Zoom_In_Out", "Hand_Held",
+    "Gyro",
+    "LinearAcceleration",
+    "Gravity",
+    "RotationVector",
+    "Orientation",
+    "",
+    "Acceleration",
+    "Magnetic",
+    "Light",
+    "Proximity",
+    "Snap",
+    "Shake",
+    "Tap",
+    "Turn_Over",
+    "Rolling",
+    "Double_Flip",
+    "Raise_Up",
+    "Put_Down",
+    "Rotate",
+    "Air_Mouse",
+    "Corrected_Gyro",
+    "Tap_Desk",
+    "Tap_Pocket",
+    "Motion_Detection",
+    "Pedometer",
+    "Zoom_In_Out",
+    "Hand_Held",
 };
 
 // Truncation steps of the fixed outputs.
@@ -38,9 +59,11 @@ struct Detector {
     int (*get)(float* out);
 };
 constexpr Detector kFirstDetectors[] = {
-    {kSnap, sfc_get_snap},           {kShake, sfc_get_shake},       {kTap, sfc_get_tap},
-    {kTurnOver, sfc_get_turn_over},  {kRolling, sfc_get_rolling},   {kDoubleFlip, sfc_get_double_flip},
-    {kRaiseUp, sfc_get_raise_up},    {kPutDown, sfc_get_put_down},  {kRotate, sfc_get_rotate},
+    {kSnap, sfc_get_snap},        {kShake, sfc_get_shake},
+    {kTap, sfc_get_tap},          {kTurnOver, sfc_get_turn_over},
+    {kRolling, sfc_get_rolling},  {kDoubleFlip, sfc_get_double_flip},
+    {kRaiseUp, sfc_get_raise_up}, {kPutDown, sfc_get_put_down},
+    {kRotate, sfc_get_rotate},
 };
 constexpr Detector kLaterDetectors[] = {
     {kTapDesk, sfc_get_tap_desk},
@@ -130,9 +153,8 @@ int velmofusion::calculate_fusion() {
                             "gyro=%.2f\t%.2f\t%.2f\t",
                             static_cast<int>(startup_log_count), double{imu.acc_raw[0]},
                             double{imu.acc_raw[1]}, double{imu.acc_raw[2]}, double{imu.mag_raw[0]},
-                            double{imu.mag_raw[1]}, double{imu.mag_raw[2]},
-                            double{imu.gyro_raw[0]}, double{imu.gyro_raw[1]},
-                            double{imu.gyro_raw[2]});
+                            double{imu.mag_raw[1]}, double{imu.mag_raw[2]}, double{imu.gyro_raw[0]},
+                            double{imu.gyro_raw[1]}, double{imu.gyro_raw[2]});
     }
 
     sfc_update_posture(&imu, time_diff_ns);
@@ -151,7 +173,8 @@ int velmofusion::calculate_fusion() {
     if ((mEnabled.load(std::memory_order_relaxed) & index_bit(kCalibrationStatus)) != 0) {
         float* status = fusion_data[kCalibrationStatus].report;
         if (app_calibration != 0) {
-            status[0] = static_cast<float>(sfc_update_sensor_calibration(&imu, sfc_out.rotation_matrix));
+            status[0] =
+                static_cast<float>(sfc_update_sensor_calibration(&imu, sfc_out.rotation_matrix));
             status[1] = static_cast<float>(return_data_collect_counter());
             status[2] = 0.0F;
         } else {
@@ -166,8 +189,8 @@ int velmofusion::calculate_gesture() {
     const std::uint32_t enabled = mEnabled.load(std::memory_order_relaxed);
     run_detectors(enabled, kFirstDetectors, fusion_data);
     const std::int32_t mode = fusiond_mode.load(std::memory_order_relaxed);
-    if (mouse && (mode == kModeCalibrate || mode == kModeMouse ||
-                  (enabled & index_bit(kAirMouse)) != 0)) {
+    if (mouse &&
+        (mode == kModeCalibrate || mode == kModeMouse || (enabled & index_bit(kAirMouse)) != 0)) {
         mouse->update(&imu, &sfc_out, button_state, sfc_out_time_diff_us);
         mouse->getdata(fusion_data[kAirMouse].report);
     }

@@ -42,9 +42,7 @@ void destroy_service() noexcept {
     delete g_service.exchange(nullptr, std::memory_order_acq_rel);
 }
 
-int engine_fusion_mode() noexcept {
-    return static_cast<int>(sfc_get_fusion_mode());
-}
+int engine_fusion_mode() noexcept { return static_cast<int>(sfc_get_fusion_mode()); }
 
 }  // namespace imu
 

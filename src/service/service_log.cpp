@@ -78,7 +78,7 @@ int velmofusion::check_log_type() {
     int value = 0;
     errno = 0;  // the error line names the scan's own failure, if any
     const int scanned = std::fscanf(f, "%d %d\n", &index, &value);
-    std::fclose(f);
+    (void)std::fclose(f);
     if (scanned < 1) {
         const ErrorText e(errno);
         __android_log_print(kLogError, kTag, "%s\n", e.text);
@@ -92,8 +92,8 @@ int velmofusion::check_log_type() {
 
 void velmofusion::close_save_log() {
     if (log_file_open != 0) {
-        std::fflush(log_file);
-        std::fclose(log_file);
+        (void)std::fflush(log_file);
+        (void)std::fclose(log_file);
         log_file = nullptr;
         log_file_open = 0;
     }
@@ -107,7 +107,7 @@ int velmofusion::save_log() {
     const bool enabled = mEnabled.load(std::memory_order_relaxed) != 0;
     if (enabled && log_file_open == 0) {
         const auto len = static_cast<std::size_t>(log_path_len);
-        std::snprintf(log_path + len, sizeof log_path - len, "%s", log_name);
+        (void)std::snprintf(log_path + len, sizeof log_path - len, "%s", log_name);
         if (platform::access_path(log_path, R_OK | W_OK) != 0) {
             log_file = std::fopen(log_path, "w+");
             if (log_file == nullptr) {
@@ -116,7 +116,7 @@ int velmofusion::save_log() {
                 return -1;
             }
             std::rewind(log_file);
-            std::fputs("velmo log start\n", log_file);
+            (void)std::fputs("velmo log start\n", log_file);
         } else {
             log_file = std::fopen(log_path, "w+");
             if (log_file == nullptr) {
@@ -131,10 +131,10 @@ int velmofusion::save_log() {
         change_File_mode(log_path);
     }
     if (log_file_open != 0) {
-        std::fprintf(log_file, "%f\t%f\t%f\t%f\t%f\t%f\t%f\t%f\t%f\t%f\n",
-                     d(static_cast<float>(time_diff_ns)) / 1000000.0, d(imu.acc[0]),
-                     d(imu.acc[1]), d(imu.acc[2]), d(imu.gyro[0]), d(imu.gyro[1]), d(imu.gyro[2]),
-                     d(imu.mag[0]), d(imu.mag[1]), d(imu.mag[2]));
+        (void)std::fprintf(log_file, "%f\t%f\t%f\t%f\t%f\t%f\t%f\t%f\t%f\t%f\n",
+                           d(static_cast<float>(time_diff_ns)) / 1000000.0, d(imu.acc[0]),
+                           d(imu.acc[1]), d(imu.acc[2]), d(imu.gyro[0]), d(imu.gyro[1]),
+                           d(imu.gyro[2]), d(imu.mag[0]), d(imu.mag[1]), d(imu.mag[2]));
     }
     if (!enabled) {
         close_save_log();
@@ -143,8 +143,8 @@ int velmofusion::save_log() {
 }
 
 int velmofusion::set_now_time(int year, int month, int day, int hour, int minute, int second) {
-    std::snprintf(log_name, sizeof log_name, "%d_%d_%d_%d_%d_%d", year, month, day, hour, minute,
-                  second);
+    (void)std::snprintf(log_name, sizeof log_name, "%d_%d_%d_%d_%d_%d", year, month, day, hour,
+                        minute, second);
     return 0;
 }
 
@@ -159,10 +159,10 @@ int velmofusion::load_screen_resolution() {
             return -1;
         }
         std::rewind(f);
-        std::fprintf(f, "screen_resolution:%d\t%d\n", static_cast<int>(screen_width),
-                     static_cast<int>(screen_height));
-        std::fflush(f);
-        std::fclose(f);
+        (void)std::fprintf(f, "screen_resolution:%d\t%d\n", static_cast<int>(screen_width),
+                           static_cast<int>(screen_height));
+        (void)std::fflush(f);
+        (void)std::fclose(f);
     }
     std::FILE* f = platform::fopen_fixed(FixedPath::kScreenResolution, "r");
     if (f == nullptr) {
@@ -175,7 +175,7 @@ int velmofusion::load_screen_resolution() {
     int height = screen_height;
     errno = 0;
     const int scanned = std::fscanf(f, "screen_resolution:%d\t%d\n", &width, &height);
-    std::fclose(f);
+    (void)std::fclose(f);
     screen_width = width;
     screen_height = height;
     if (scanned < 1) {

@@ -9,12 +9,12 @@
 #include <cstring>
 #include <new>
 
-#include "imu/calibration.h"
 #include "calibration/calibration_block.h"
+#include "imu/calibration.h"
 #include "platform/paths.h"
+#include "platform/service_os.h"
 #include "pointing/mouse_object.h"
 #include "pointing/zoom_angle.h"
-#include "platform/service_os.h"
 #include "service/service_internal.h"
 
 namespace imu {
@@ -26,8 +26,8 @@ velmofusion::~velmofusion() {
     __android_log_print(kLogError, kTag, "velmofusion kill");
     // The thread ends only from its idle state with no sensor active, so the
     // masks go to zero first; then wait for its last access to the object.
-    for (auto* mask : {&acc_enabled, &mag_enabled, &gyro_enabled, &light_enabled,
-                       &proximity_enabled}) {
+    for (auto* mask :
+         {&acc_enabled, &mag_enabled, &gyro_enabled, &light_enabled, &proximity_enabled}) {
         mask->store(0, std::memory_order_relaxed);
     }
     while (poll_thread_alive_.load(std::memory_order_acquire)) {
@@ -68,7 +68,7 @@ int velmofusion::initial() {
     const int len =
         platform::fixed_path(platform::FixedPath::kSaveLogPrefix, log_path, sizeof log_path);
     log_path_len = len < 0 ? 0 : len;
-    std::snprintf(log_name, sizeof log_name, "%s", "default");
+    (void)std::snprintf(log_name, sizeof log_name, "%s", "default");
     return 0;
 }
 
@@ -182,8 +182,7 @@ int velmofusion::control_velmofusion(int index, int enable) {
     __android_log_print(kLogError, kTag,
                         "control_velmofusion index=%d,enable=%d\tmEnabled=%d\t"
                         "sfc_set_fusion_mode=%d\tfusiond_mode=%d",
-                        index, enable,
-                        static_cast<int>(mEnabled.load(std::memory_order_relaxed)),
+                        index, enable, static_cast<int>(mEnabled.load(std::memory_order_relaxed)),
                         engine_fusion_mode(), static_cast<int>(mode));
     return 0;
 }

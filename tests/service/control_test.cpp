@@ -254,8 +254,7 @@ TEST_F(ServiceTest, SetLibraryTimeNamesTheSaveLogAfterTheLocalTime) {
     int h = 0;
     int mi = 0;
     int se = 0;
-    ASSERT_EQ(std::sscanf(name.c_str(), "%d_%d_%d_%d_%d_%d", &y, &mo, &d, &h, &mi, &se), 6)
-        << name;
+    ASSERT_EQ(std::sscanf(name.c_str(), "%d_%d_%d_%d_%d_%d", &y, &mo, &d, &h, &mi, &se), 6) << name;
     EXPECT_GE(y, 2020);
     EXPECT_GE(mo, 1);
     EXPECT_LE(mo, 12);

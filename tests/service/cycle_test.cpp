@@ -112,8 +112,8 @@ TEST_F(RecordingTest, StillPoseFillsTheFixedOutputs) {
         EXPECT_TRUE(truncated(o[i], s.fusion_data[kOrientation].raw[i], 0.1F)) << i;
         EXPECT_TRUE(truncated(g[i], s.fusion_data[kGravity].raw[i], 0.001F)) << i;
         EXPECT_TRUE(truncated(a[i], s.fusion_data[kLinearAcceleration].raw[i], 0.001F)) << i;
-        EXPECT_TRUE(truncated(slot(kRotationVector)[i], s.fusion_data[kRotationVector].raw[i],
-                              0.001F))
+        EXPECT_TRUE(
+            truncated(slot(kRotationVector)[i], s.fusion_data[kRotationVector].raw[i], 0.001F))
             << i;
         EXPECT_EQ(s.fusion_data[kRotationVector].raw[i], s.sfc_out.rotation_vector[i]);
     }
@@ -242,8 +242,7 @@ TEST_F(RecordingTest, CalibrationRequestRunsThroughSlotFive) {
     EXPECT_EQ(s.app_calibration, 1);
     EXPECT_EQ(sfc_get_fusion_mode(), 2);
     ASSERT_TRUE(eventually([&] { return log.count("Start pollSensors") == 1; }));
-    const auto samples =
-        record(Trajectory(sim::pose(0)).turn({1.0, 0.0, 0.0}, 1.0, 3.0), quiet());
+    const auto samples = record(Trajectory(sim::pose(0)).turn({1.0, 0.0, 0.0}, 1.0, 3.0), quiet());
     feed(samples);
     const Triple st = slot(kCalibrationStatus);
     EXPECT_NE(st, (Triple{999.0F, 99.0F, 9.0F}));

@@ -123,13 +123,32 @@ TEST_F(LogTest, EverySlotLineCarriesItsName) {
             names.push_back(t.substr(t.rfind(' ') + 1));
         }
     }
-    const std::vector<std::string> want = {
-        "Acceleration\n",   "Magnetic\n",   "Gyro\n",        "Light\n",          "Proximity\n",
-        "Orientation\n",    "RotationVector\n", "LinearAcceleration\n", "Gravity\n", "Snap\n",
-        "Shake\n",          "Tap\n",        "Turn_Over\n",   "Rolling\n",        "Double_Flip\n",
-        "Raise_Up\n",       "Put_Down\n",   "Rotate\n",      "Air_Mouse\n",      "Corrected_Gyro\n",
-        "Tap_Desk\n",       "Tap_Pocket\n", "Motion_Detection\n", "Pedometer\n", "Zoom_In_Out\n",
-        "Hand_Held\n"};
+    const std::vector<std::string> want = {"Acceleration\n",
+                                           "Magnetic\n",
+                                           "Gyro\n",
+                                           "Light\n",
+                                           "Proximity\n",
+                                           "Orientation\n",
+                                           "RotationVector\n",
+                                           "LinearAcceleration\n",
+                                           "Gravity\n",
+                                           "Snap\n",
+                                           "Shake\n",
+                                           "Tap\n",
+                                           "Turn_Over\n",
+                                           "Rolling\n",
+                                           "Double_Flip\n",
+                                           "Raise_Up\n",
+                                           "Put_Down\n",
+                                           "Rotate\n",
+                                           "Air_Mouse\n",
+                                           "Corrected_Gyro\n",
+                                           "Tap_Desk\n",
+                                           "Tap_Pocket\n",
+                                           "Motion_Detection\n",
+                                           "Pedometer\n",
+                                           "Zoom_In_Out\n",
+                                           "Hand_Held\n"};
     EXPECT_EQ(names, want);
 }
 

@@ -52,7 +52,8 @@ protected:
 
 TEST_F(PollTest, TapEnablesMotionSensorsAtFiveMilliseconds) {
     control_fusiond(kTap, 1);
-    ASSERT_TRUE(eventually([] { return enabled(kAccType) && enabled(kMagType) && enabled(kGyroType); }));
+    ASSERT_TRUE(
+        eventually([] { return enabled(kAccType) && enabled(kMagType) && enabled(kGyroType); }));
     EXPECT_EQ(imu_host_sensor_period_us(kAccType), 5000);
     EXPECT_EQ(imu_host_sensor_period_us(kMagType), 5000);
     EXPECT_EQ(imu_host_sensor_period_us(kGyroType), 5000);

@@ -34,16 +34,17 @@ TEST_P(AdjustAccuracy, TruncatesTowardZeroToMultiplesOfStep) {
 INSTANTIATE_TEST_SUITE_P(
     Values, AdjustAccuracy,
     testing::Values(TruncCase{123.456F, 0.1F, steps(1234, 0.1F)},
-                    TruncCase{45.67F, 0.1F, steps(456, 0.1F)},
-                    TruncCase{0.04F, 0.1F, 0.0F},
+                    TruncCase{45.67F, 0.1F, steps(456, 0.1F)}, TruncCase{0.04F, 0.1F, 0.0F},
                     TruncCase{9.8066F, 0.001F, steps(9806, 0.001F)},
-                    TruncCase{0.0009F, 0.001F, 0.0F},
-                    TruncCase{359.99F, 0.1F, steps(3599, 0.1F)},
-                    TruncCase{1e12F, 0.001F, steps(std::numeric_limits<std::int32_t>::max(), 0.001F)},
+                    TruncCase{0.0009F, 0.001F, 0.0F}, TruncCase{359.99F, 0.1F, steps(3599, 0.1F)},
+                    TruncCase{1e12F, 0.001F,
+                              steps(std::numeric_limits<std::int32_t>::max(), 0.001F)},
                     TruncCase{std::numeric_limits<float>::infinity(), 0.1F,
                               steps(std::numeric_limits<std::int32_t>::max(), 0.1F)},
                     TruncCase{std::nanf(""), 0.1F, 0.0F}),
-    [](const testing::TestParamInfo<TruncCase>& info) { return "case" + std::to_string(info.index); });
+    [](const testing::TestParamInfo<TruncCase>& info) {
+        return "case" + std::to_string(info.index);
+    });
 
 TEST(AdjustAccuracyExamples, OrientationAndGravity) {
     Sensor_fusion_data_struct o{{123.456F, -45.67F, 0.04F}, {}};
