@@ -140,11 +140,12 @@ TEST(TouchNoDevice, EveryWriteFailsAndIsLogged) {
 // The sysfs name file decides the class path (bad contents find nothing),
 // and a buffer too small for a path finds nothing and is never overrun.
 TEST_F(Touch, ClassPathFromNameFileAndBoundedBuffers) {
+    const std::string long_name(5000, 'A');
     const struct { const char* content; bool found; } cases[] = {  // nullptr: no name file
         {"VelmoVirtualTouch\n", true}, {"VelmoVirtualTouch\r\n", true},
         {"VelmoVirtualTouch", false},  // the last byte read gives way to the terminator
         {nullptr, false}, {"", false}, {"\x01\xff\n", false}, {"VelmoVirtualTouchpad\n", false},
-        {std::string(5000, 'A').c_str(), false}};
+        {long_name.c_str(), false}};
     for (const auto& c : cases) {
         root.remove("/sys/class/input/input9");
         root.mkdir("/sys/class/input/input9");
