@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite under one CMake preset.
-# Usage: scripts/test.sh [preset]   (default, asan, tsan, clang)
+# Usage: scripts/test.sh [preset [ctest arguments...]]   (default, asan, tsan, clang)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 preset="${1:-default}"
+shift || true
 
 scripts/setup.sh
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"
-ctest --preset "$preset" --progress
+ctest --preset "$preset" --progress "$@"
