@@ -12,7 +12,7 @@
 #include <string>
 
 #include "calibration/fitting.h"
-#include "support/calib_samples.h"
+#include "sim/calib_samples.h"
 #include "support/temp_root.h"
 
 namespace {

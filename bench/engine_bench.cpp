@@ -8,7 +8,7 @@
 #include "imu/engine.h"
 #include "imu/host.h"
 #include "support/alloc_counter.h"
-#include "support/sim_recording.h"
+#include "sim/sim_recording.h"
 #include "support/temp_root.h"
 
 namespace {

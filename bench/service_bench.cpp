@@ -16,7 +16,7 @@
 #include "imu/service.h"
 #include "service/velmofusion.h"
 #include "support/alloc_counter.h"
-#include "support/sim_recording.h"
+#include "sim/sim_recording.h"
 #include "support/temp_root.h"
 
 namespace {

@@ -8,7 +8,7 @@
 
 #include "imu/step_modules.h"
 #include "support/alloc_counter.h"
-#include "support/step_module_walk.h"
+#include "sim/step_module_walk.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 #include "calibration/fitting.h"
 #include "calibration/run_files.h"
 #include "imu/calibration.h"
-#include "support/calib_samples.h"
+#include "sim/calib_samples.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 

@@ -10,7 +10,7 @@
 #include "imu/engine.h"
 #include "support/alloc_counter.h"
 #include "support/log_capture.h"
-#include "support/sim_recording.h"
+#include "sim/sim_recording.h"
 #include "support/temp_root.h"
 
 namespace imu::test {

@@ -1,6 +1,6 @@
 // The synthetic recording generator: its samples agree with its truth.
 
-#include "support/sim_recording.h"
+#include "sim/sim_recording.h"
 
 #include <gtest/gtest.h>
 

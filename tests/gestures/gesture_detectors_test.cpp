@@ -12,7 +12,7 @@
 #include "gestures/orientation_gestures.h"
 #include "gestures/shake_snap.h"
 #include "imu/gestures.h"
-#include "support/gesture_sequences.h"
+#include "sim/gesture_sequences.h"
 
 namespace {
 

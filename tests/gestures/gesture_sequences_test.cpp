@@ -1,7 +1,7 @@
 // The synthetic sequence builder agrees with its own truth, so the detector
 // tests rest on consistent physics.
 
-#include "support/gesture_sequences.h"
+#include "sim/gesture_sequences.h"
 
 #include <gtest/gtest.h>
 

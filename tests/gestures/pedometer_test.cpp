@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "imu/gestures.h"
-#include "support/activity_sequences.h"
+#include "sim/activity_sequences.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "gestures/taps.h"
 #include "imu/gestures.h"
-#include "support/activity_sequences.h"
+#include "sim/activity_sequences.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include "pointing/mouse_object.h"
 #include "service/service_internal.h"
 #include "service_fixture.h"
-#include "support/activity_sequences.h"
+#include "sim/activity_sequences.h"
 #include "support/output_event_reader.h"
-#include "support/sim_recording.h"
+#include "sim/sim_recording.h"
 
 namespace imu::test {
 namespace {

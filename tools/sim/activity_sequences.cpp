@@ -1,4 +1,4 @@
-#include "support/activity_sequences.h"
+#include "sim/activity_sequences.h"
 
 #include <cmath>
 

@@ -1,4 +1,4 @@
-#include "support/gesture_sequences.h"
+#include "sim/gesture_sequences.h"
 
 #include <algorithm>
 #include <cmath>

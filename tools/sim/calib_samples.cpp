@@ -1,4 +1,4 @@
-#include "support/calib_samples.h"
+#include "sim/calib_samples.h"
 
 #include <algorithm>
 #include <cmath>
@@ -26,14 +26,14 @@ struct Noise {
 // y = R^T x for the row-major 3x3 R.
 void rotate_back(const float* r, const double* x, double* y) {
     for (int j = 0; j < 3; ++j) {
-        y[j] = r[j] * x[0] + r[3 + j] * x[1] + r[6 + j] * x[2];
+        y[j] = double{r[j]} * x[0] + double{r[3 + j]} * x[1] + double{r[6 + j]} * x[2];
     }
 }
 
 // The sensor's reading of a device-frame vector, per axis.
 void read_through(const CalibSensorTruth& t, const double* device, float* raw) {
     for (int k = 0; k < 3; ++k) {
-        raw[k] = static_cast<float>(t.offset[k] + device[k] / t.scale[k]);
+        raw[k] = static_cast<float>(double{t.offset[k]} + device[k] / double{t.scale[k]});
     }
 }
 
@@ -137,8 +137,8 @@ std::string raw_file_text(const CalibRun& run) {
     for (const CalibStep& s : run.steps) {
         const float* a = s.imu.acc_raw;
         const float* m = s.imu.mag_raw;
-        std::snprintf(line, sizeof line, "%.5f\t%.5f\t%.5f\t%.5f\t%.5f\t%.5f\n", a[0], a[1], a[2],
-                      m[0], m[1], m[2]);
+        std::snprintf(line, sizeof line, "%.5f\t%.5f\t%.5f\t%.5f\t%.5f\t%.5f\n", double{a[0]},
+                      double{a[1]}, double{a[2]}, double{m[0]}, double{m[1]}, double{m[2]});
         text += line;
     }
     return text;

@@ -1,4 +1,4 @@
-#include "support/sim_recording.h"
+#include "sim/sim_recording.h"
 
 #include <algorithm>
 #include <cmath>
