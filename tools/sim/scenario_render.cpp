@@ -1,0 +1,327 @@
+// Renders a scenario from the motion generators: turns and gestures from
+// GestureSequence (which integrates the pose), walks, taps and the hand's
+// tremor from ActivityScript (a fixed carry pose; its rates are small
+// enough to leave the truth where it is). The magnetometer always reads
+// the earth's field in the true pose, and noise is added last.
+
+#include <cmath>
+#include <random>
+#include <sstream>
+
+#include "sim/activity_sequences.h"
+#include "sim/gesture_sequences.h"
+#include "sim/scenario.h"
+
+namespace imu::sim {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kHandPitchDeg = 40.0;  // the hand carry of ActivityScript
+// Shake twists: peak 6.5 rad/s over 0.15 s, above the shake threshold
+// (5.5 rad/s) and below the snap threshold (7 rad/s).
+constexpr double kTwistS = 0.15;
+constexpr double kTwistPeakRps = 6.5;
+// Noise of level 1, standard deviation per axis.
+constexpr double kAccNoiseMps2 = 0.02;
+constexpr double kGyroNoiseRps = 0.001;
+constexpr double kMagNoiseUt = 0.3;
+
+struct Tick {
+    double acc[3];
+    double gyro[3];
+    Quat truth;
+};
+
+// Standard normal numbers from mt19937 by Box-Muller, the same on every
+// platform for a seed.
+class Gaussian {
+public:
+    explicit Gaussian(std::uint32_t seed) : engine_(seed) {}
+    double next() {
+        if (has_spare_) {
+            has_spare_ = false;
+            return spare_;
+        }
+        const double u1 = (static_cast<double>(engine_()) + 1.0) / 4294967296.0;
+        const double u2 = static_cast<double>(engine_()) / 4294967296.0;
+        const double r = std::sqrt(-2.0 * std::log(u1));
+        spare_ = r * std::sin(2.0 * kPi * u2);
+        has_spare_ = true;
+        return r * std::cos(2.0 * kPi * u2);
+    }
+
+private:
+    std::mt19937 engine_;
+    double spare_ = 0.0;
+    bool has_spare_ = false;
+};
+
+Quat to_quat(const test::Quatd& q) { return {q.w, q.x, q.y, q.z}; }
+test::Quatd to_quatd(const Quat& q) { return {q.w, q.x, q.y, q.z}; }
+
+class Renderer {
+public:
+    Renderer(const Scenario& sc)
+        : sc_(sc),
+          dt_s_(1.0 / sc.rate_hz),
+          dt_us_(static_cast<int>(std::lround(1e6 / sc.rate_hz))),
+          held_(sc.start) {
+        pose_ = held_pose(sc.start, sc.start_azimuth_deg);
+        ticks_.push_back(Tick{{0.0, 0.0, 0.0}, {0.0, 0.0, 0.0}, pose_});
+        set_still_readings(ticks_.back());
+    }
+
+    void run(const ScenarioStep& step) {
+        const double t_s = static_cast<double>(ticks_.size() - 1) * dt_s_;
+        const double a0 = step.args[0];
+        const double a1 = step.args[1];
+        switch (step.kind) {
+            case StepKind::kStill:
+                still(a0);
+                break;
+            case StepKind::kPickUp:
+                event(t_s, "pick_up");
+                turn_device({1.0, 0.0, 0.0}, kHandPitchDeg * kPi / 180.0, a0);
+                break;
+            case StepKind::kLayFlat:
+                event(t_s, "lay_flat");
+                turn_device({1.0, 0.0, 0.0}, -kHandPitchDeg * kPi / 180.0, a0);
+                break;
+            case StepKind::kTurn: {
+                event(t_s, "turn", number(a0) + " deg");
+                // Clockwise seen from above: about the world's down axis.
+                const Vec3 down = rotate(conjugate(pose_), {0.0, 0.0, -1.0});
+                turn_device({down.x, down.y, down.z}, a0 * kPi / 180.0, a1);
+                break;
+            }
+            case StepKind::kWalk: {
+                event(t_s, "walk", number(a0) + " steps");
+                test::ActivityScript walk(test::Carry::kHand);
+                walk.steps(static_cast<int>(a0), a1);
+                append_activity(walk.frames());
+                break;
+            }
+            case StepKind::kShake:
+                event(t_s, "shake");
+                shake();
+                break;
+            case StepKind::kDoubleTap: {
+                event(t_s, "double_tap");
+                constexpr int kTapSamples = 8;  // the length of ActivityScript::tap
+                test::ActivityScript taps(test::Carry::kHand);
+                taps.tap(2.0, 0, 3.0).hold(a0 - kTapSamples * test::kActivityDtS).tap(2.0, 0, 3.0);
+                append_activity(taps.frames());
+                break;
+            }
+            case StepKind::kSnap: {
+                event(t_s, "snap");
+                test::GestureSequence g(dt_us_);
+                g.pose(to_quatd(pose_));
+                g.turn({1.0, 0.0, 0.0}, 0.72, 0.12).hold(0.3).turn({1.0, 0.0, 0.0}, -0.72, 1.2);
+                append_gesture(g);
+                break;
+            }
+            case StepKind::kFaceDown:
+                event(t_s, "face_down");
+                turn_device({0.0, 1.0, 0.0}, kPi, a0);
+                break;
+            case StepKind::kFaceUp:
+                event(t_s, "face_up");
+                turn_device({0.0, 1.0, 0.0}, -kPi, a0);
+                break;
+        }
+        if (static_cast<std::int64_t>(ticks_.size()) > kMaxSamples) {
+            throw ScenarioError(sc_.name, step.line,
+                                "the recording grows beyond " + std::to_string(kMaxSamples) +
+                                    " samples; shorten the scenario or lower the rate");
+        }
+        held_ = pose_after(step.kind);
+    }
+
+    EventStream finish() {
+        EventStream out;
+        std::ostringstream settings;
+        settings << "rate " << number(sc_.rate_hz) << " Hz (acc, gyro), mag_rate "
+                 << number(sc_.mag_rate_hz) << " Hz, noise " << number(sc_.noise) << ", seed "
+                 << sc_.seed;
+        out.comments = {"libimu synthetic recording of scenario " + sc_.name, settings.str(),
+                        "truth: q_world_from_device, scalar first, world east-north-up"};
+        out.events = events_;
+        Gaussian noise(sc_.seed);
+        const SensorModel model;
+        const double mag_period_s = 1.0 / sc_.mag_rate_hz;
+        double next_mag_s = 0.0;
+        out.rows.reserve(ticks_.size() * 3);
+        for (std::size_t k = 0; k < ticks_.size(); ++k) {
+            const Tick& tick = ticks_[k];
+            const double t_s = static_cast<double>(k) * dt_s_;
+            const auto t_ns = static_cast<std::int64_t>(std::llround(t_s * 1e9));
+            out.rows.push_back(row(t_ns, SensorKind::kAcc, tick.acc,
+                                   kAccNoiseMps2 * sc_.noise, noise, tick.truth));
+            if (t_s >= next_mag_s - 1e-9) {
+                const Vec3 f = rotate(conjugate(tick.truth), model.field_world_ut);
+                const double mag[3] = {f.x, f.y, f.z};
+                out.rows.push_back(row(t_ns, SensorKind::kMag, mag, kMagNoiseUt * sc_.noise,
+                                       noise, tick.truth));
+                next_mag_s += mag_period_s;
+            }
+            out.rows.push_back(row(t_ns, SensorKind::kGyro, tick.gyro,
+                                   kGyroNoiseRps * sc_.noise, noise, tick.truth));
+        }
+        return out;
+    }
+
+private:
+    static Quat held_pose(HeldPose p, double azimuth_deg) {
+        switch (p) {
+            case HeldPose::kHand:
+                return pose(azimuth_deg, kHandPitchDeg, 0.0);
+            case HeldPose::kFaceDown:
+                return pose(azimuth_deg, 0.0, 180.0);
+            case HeldPose::kFlat:
+                break;
+        }
+        return pose(azimuth_deg, 0.0, 0.0);
+    }
+
+    HeldPose pose_after(StepKind kind) const {
+        switch (kind) {
+            case StepKind::kPickUp:
+                return HeldPose::kHand;
+            case StepKind::kLayFlat:
+            case StepKind::kFaceUp:
+                return HeldPose::kFlat;
+            case StepKind::kFaceDown:
+                return HeldPose::kFaceDown;
+            default:
+                return held_;
+        }
+    }
+
+    static std::string number(double v) {
+        std::ostringstream s;
+        s << v;
+        return s.str();
+    }
+
+    static EventRow row(std::int64_t t_ns, SensorKind kind, const double v[3], double sigma,
+                        Gaussian& noise, const Quat& truth) {
+        EventRow r;
+        r.timestamp_ns = t_ns;
+        r.sensor = kind;
+        for (int i = 0; i < 3; ++i) {
+            const double n = noise.next();
+            r.v[i] = v[i] + sigma * n;
+        }
+        r.truth = truth.w < 0.0 ? Quat{-truth.w, -truth.x, -truth.y, -truth.z} : truth;
+        return r;
+    }
+
+    void event(double t_s, const std::string& name, const std::string& detail = {}) {
+        events_.push_back(ScriptEvent{t_s, name, detail});
+    }
+
+    // The accelerometer of a phone at rest in the tick's pose.
+    static void set_still_readings(Tick& t) {
+        const Vec3 g = rotate(conjugate(t.truth), {0.0, 0.0, test::GestureSequence::kGravityMps2});
+        t.acc[0] = g.x;
+        t.acc[1] = g.y;
+        t.acc[2] = g.z;
+    }
+
+    void still(double seconds) {
+        if (held_ == HeldPose::kHand) {
+            test::ActivityScript hold(test::Carry::kHand);
+            hold.hold(seconds);
+            append_activity(hold.frames());
+            return;
+        }
+        test::GestureSequence g(dt_us_);
+        g.pose(to_quatd(pose_)).hold(seconds);
+        append_gesture(g);
+    }
+
+    // A smooth turn by angle about a device axis (GestureSequence::turn).
+    void turn_device(const test::Vec3d& axis, double angle_rad, double seconds) {
+        test::GestureSequence g(dt_us_);
+        g.pose(to_quatd(pose_)).turn(axis, angle_rad, seconds);
+        append_gesture(g);
+    }
+
+    // Four alternating twists about z; the shake is recognised on the
+    // third, the fourth brings the phone back to where it started.
+    void shake() {
+        test::GestureSequence g(dt_us_);
+        g.pose(to_quatd(pose_));
+        const double angle = kTwistPeakRps * kTwistS / 2.0;
+        for (int i = 0; i < 4; ++i) {
+            g.turn({0.0, 0.0, 1.0}, (i % 2 == 0 ? angle : -angle), kTwistS);
+        }
+        append_gesture(g);
+    }
+
+    void append_gesture(const test::GestureSequence& g) {
+        for (const test::GestureFrame& f : g.frames()) {
+            Tick t{};
+            for (int i = 0; i < 3; ++i) {
+                t.acc[i] = f.imu.acc[i];
+                t.gyro[i] = f.imu.gyro[i];
+            }
+            t.truth = to_quat(f.pose);
+            ticks_.push_back(t);
+        }
+        if (!g.frames().empty()) {
+            pose_ = to_quat(g.frames().back().pose);
+        }
+    }
+
+    // ActivityScript runs at 200 Hz; other rates take its signals linearly
+    // interpolated. The pose stays the carry pose.
+    void append_activity(const test::ActivityRecording& frames) {
+        if (frames.empty()) {
+            return;
+        }
+        const double seconds = static_cast<double>(frames.size()) * test::kActivityDtS;
+        const auto n = static_cast<std::size_t>(std::lround(seconds / dt_s_));
+        const double last = static_cast<double>(frames.size() - 1);
+        for (std::size_t j = 0; j < n; ++j) {
+            const double x =
+                std::min(last, static_cast<double>(j + 1) * dt_s_ / test::kActivityDtS - 1.0);
+            const auto i0 = static_cast<std::size_t>(std::floor(x));
+            const std::size_t i1 = std::min(i0 + 1, frames.size() - 1);
+            const double w = x - static_cast<double>(i0);
+            Tick t{};
+            for (int i = 0; i < 3; ++i) {
+                t.acc[i] = (1.0 - w) * double{frames[i0].imu.acc[i]} +
+                           w * double{frames[i1].imu.acc[i]};
+                t.gyro[i] = (1.0 - w) * double{frames[i0].imu.gyro[i]} +
+                            w * double{frames[i1].imu.gyro[i]};
+            }
+            t.truth = pose_;
+            ticks_.push_back(t);
+        }
+    }
+
+    const Scenario& sc_;
+    double dt_s_;
+    int dt_us_;
+    HeldPose held_;
+    Quat pose_;
+    std::vector<Tick> ticks_;
+    std::vector<ScriptEvent> events_;
+};
+
+}  // namespace
+
+EventStream render_scenario(const Scenario& scenario) {
+    if (scenario.mag_rate_hz > scenario.rate_hz) {
+        throw ScenarioError(scenario.name, 0, "mag_rate must not exceed rate");
+    }
+    Renderer r(scenario);
+    for (const ScenarioStep& step : scenario.steps) {
+        r.run(step);
+    }
+    return r.finish();
+}
+
+}  // namespace imu::sim
