@@ -20,9 +20,9 @@ namespace {
 using sim::ScriptEvent;
 using sim::SensorKind;
 
-constexpr int kGestureSlots[] = {kSnap,        kShake,   kTap,       kTurnOver,
-                                 kRolling,     kDoubleFlip, kTapDesk, kTapPocket,
-                                 kMotionDetection, kPedometer, kHandHeld};
+constexpr int kGestureSlots[] = {kSnap,       kShake,   kTap,       kTurnOver,        kRolling,
+                                 kDoubleFlip, kTapDesk, kTapPocket, kMotionDetection, kPedometer,
+                                 kHandHeld};
 constexpr double kRecognitionWindowS = 1.5;  // after the scripted start
 constexpr double kGravityToleranceDeg = 2.0;
 constexpr double kAzimuthToleranceDeg = 2.0;
@@ -34,9 +34,7 @@ double angle_deg(const sim::Vec3& a, const Triple& b) {
     return std::acos(std::fmin(1.0, dot / (na * nb))) / sim::kDegToRad;
 }
 
-double azimuth_diff(double a, double b) {
-    return std::fabs(std::remainder(a - b, 360.0));
-}
+double azimuth_diff(double a, double b) { return std::fabs(std::remainder(a - b, 360.0)); }
 
 struct Recognition {
     double t_s;
@@ -123,6 +121,8 @@ struct GestureCase {
     const char* event;
     int slot;
 };
+
+void PrintTo(const GestureCase& c, std::ostream* os) { *os << c.event; }
 
 class DemoGesture : public DemoRecordingTest, public testing::WithParamInterface<GestureCase> {};
 

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iomanip>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -48,17 +49,17 @@ bool number_in(const char* text, double lo, double hi, bool whole, double* value
 }
 
 // Applies one numeric option; prints the problem and returns false when bad.
-bool apply(const char* option, const char* text, double lo, double hi, bool whole,
-           double* target) {
+bool apply(const char* option, const char* text, double lo, double hi, bool whole, double* target) {
     if (text == nullptr) {
         return true;
     }
     double v = 0.0;
     if (!number_in(text, lo, hi, whole, &v)) {
         std::ostringstream range;
-        range << lo << " to " << hi;
-        std::cerr << "imu-sim: " << option << " must be " << (whole ? "a whole number " : "a number ")
-                  << "from " << range.str() << ", not '" << text << "'\n";
+        range << std::fixed << std::setprecision(0) << lo << " to " << hi;
+        std::cerr << "imu-sim: " << option << " must be "
+                  << (whole ? "a whole number " : "a number ") << "from " << range.str()
+                  << ", not '" << text << "'\n";
         return false;
     }
     *target = v;

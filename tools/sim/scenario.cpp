@@ -119,6 +119,9 @@ bool parse_number(const std::string& text, double* value) {
 }
 
 std::string format_limit(double v) {
+    if (v == std::floor(v) && std::fabs(v) < 1e15) {
+        return std::to_string(static_cast<long long>(v));
+    }
     std::ostringstream s;
     s << v;
     return s.str();
@@ -127,17 +130,17 @@ std::string format_limit(double v) {
 // Checks one number against its spec; throws with the step's name.
 double checked(const std::string& step, const ArgSpec& spec, const std::string& text,
                const Scenario& sc, int line) {
+    // "walk: steps must be ..." for a step's numbers, "seed must be ..." for a setting.
+    const std::string subject = *spec.what == '\0' ? step : step + ": " + spec.what;
     double v = 0.0;
     if (!parse_number(text, &v)) {
-        throw ScenarioError(sc.name, line,
-                            step + ": " + spec.what + " must be a number, not '" + text + "'");
+        throw ScenarioError(sc.name, line, subject + " must be a number, not '" + text + "'");
     }
     const bool whole_ok = !spec.whole || v == std::floor(v);
     if (v < spec.lo || v > spec.hi || !whole_ok) {
         throw ScenarioError(sc.name, line,
-                            step + ": " + spec.what + " must be " +
-                                (spec.whole ? "a whole number " : "") + "from " +
-                                format_limit(spec.lo) + " to " + format_limit(spec.hi) +
+                            subject + " must be " + (spec.whole ? "a whole number " : "") +
+                                "from " + format_limit(spec.lo) + " to " + format_limit(spec.hi) +
                                 ", not '" + text + "'");
     }
     return v;
@@ -178,8 +181,7 @@ bool parse_setting(const std::vector<std::string>& tok, Scenario& sc, int line, 
             sc.start = HeldPose::kHand;
         } else {
             throw ScenarioError(sc.name, line,
-                                "start: unknown pose '" + tok[1] +
-                                    "' (flat, face_down or hand)");
+                                "start: unknown pose '" + tok[1] + "' (flat, face_down or hand)");
         }
         if (tok.size() == 3) {
             sc.start_azimuth_deg =
@@ -191,14 +193,14 @@ bool parse_setting(const std::vector<std::string>& tok, Scenario& sc, int line, 
         throw ScenarioError(sc.name, line, word + " takes one number");
     }
     if (word == "rate") {
-        sc.rate_hz = checked(word, {"rate", 20.0, 1000.0, false}, tok[1], sc, line);
+        sc.rate_hz = checked(word, {"", 20.0, 1000.0, false}, tok[1], sc, line);
     } else if (word == "mag_rate") {
-        sc.mag_rate_hz = checked(word, {"rate", 1.0, 1000.0, false}, tok[1], sc, line);
+        sc.mag_rate_hz = checked(word, {"", 1.0, 1000.0, false}, tok[1], sc, line);
     } else if (word == "seed") {
         sc.seed = static_cast<std::uint32_t>(
-            checked(word, {"seed", 0.0, 4294967295.0, true}, tok[1], sc, line));
+            checked(word, {"", 0.0, 4294967295.0, true}, tok[1], sc, line));
     } else {
-        sc.noise = checked(word, {"level", 0.0, 10.0, false}, tok[1], sc, line);
+        sc.noise = checked(word, {"", 0.0, 10.0, false}, tok[1], sc, line);
     }
     return true;
 }
@@ -252,12 +254,12 @@ Scenario parse_scenario(std::istream& in, const std::string& name) {
                                 std::string(spec->name) + " needs " + spec->args[0].what);
         }
         if (given > spec->count) {
-            throw ScenarioError(name, line,
-                                std::string(spec->name) + " takes " +
-                                    (spec->count == 0 ? std::string("no numbers")
-                                                      : "at most " + std::to_string(spec->count) +
-                                                            (spec->count == 1 ? " number"
-                                                                              : " numbers")));
+            throw ScenarioError(
+                name, line,
+                std::string(spec->name) + " takes " +
+                    (spec->count == 0 ? std::string("no numbers")
+                                      : "at most " + std::to_string(spec->count) +
+                                            (spec->count == 1 ? " number" : " numbers")));
         }
         ScenarioStep step;
         step.kind = spec->kind;
@@ -273,9 +275,9 @@ Scenario parse_scenario(std::istream& in, const std::string& name) {
         HeldPose needed = HeldPose::kFlat;
         if (needs_pose(step.kind, &needed) && pose != needed) {
             throw ScenarioError(name, line,
-                                std::string(spec->name) + " needs the phone " +
-                                    pose_name(needed) + ", but it is " + pose_name(pose) + " (" +
-                                    how_to_reach(needed) + ")");
+                                std::string(spec->name) + " needs the phone " + pose_name(needed) +
+                                    ", but it is " + pose_name(pose) + " (" + how_to_reach(needed) +
+                                    ")");
         }
         pose = pose_after(step.kind, pose);
         sc.steps.push_back(step);

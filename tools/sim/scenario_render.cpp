@@ -1,8 +1,7 @@
 // Renders a scenario from the motion generators: turns and gestures from
-// GestureSequence (which integrates the pose), walks, taps and the hand's
-// tremor from ActivityScript (a fixed carry pose; its rates are small
-// enough to leave the truth where it is). The magnetometer always reads
-// the earth's field in the true pose, and noise is added last.
+// GestureSequence, walks, taps and the hand's tremor from ActivityScript.
+// The truth always follows the gyroscope, the magnetometer reads the
+// earth's field in the true pose, and noise is added last.
 
 #include <cmath>
 #include <random>
@@ -156,17 +155,17 @@ public:
             const Tick& tick = ticks_[k];
             const double t_s = static_cast<double>(k) * dt_s_;
             const auto t_ns = static_cast<std::int64_t>(std::llround(t_s * 1e9));
-            out.rows.push_back(row(t_ns, SensorKind::kAcc, tick.acc,
-                                   kAccNoiseMps2 * sc_.noise, noise, tick.truth));
+            out.rows.push_back(row(t_ns, SensorKind::kAcc, tick.acc, kAccNoiseMps2 * sc_.noise,
+                                   noise, tick.truth));
             if (t_s >= next_mag_s - 1e-9) {
                 const Vec3 f = rotate(conjugate(tick.truth), model.field_world_ut);
                 const double mag[3] = {f.x, f.y, f.z};
-                out.rows.push_back(row(t_ns, SensorKind::kMag, mag, kMagNoiseUt * sc_.noise,
-                                       noise, tick.truth));
+                out.rows.push_back(
+                    row(t_ns, SensorKind::kMag, mag, kMagNoiseUt * sc_.noise, noise, tick.truth));
                 next_mag_s += mag_period_s;
             }
-            out.rows.push_back(row(t_ns, SensorKind::kGyro, tick.gyro,
-                                   kGyroNoiseRps * sc_.noise, noise, tick.truth));
+            out.rows.push_back(row(t_ns, SensorKind::kGyro, tick.gyro, kGyroNoiseRps * sc_.noise,
+                                   noise, tick.truth));
         }
         return out;
     }
@@ -276,7 +275,10 @@ private:
     }
 
     // ActivityScript runs at 200 Hz; other rates take its signals linearly
-    // interpolated. The pose stays the carry pose.
+    // interpolated. Its frames hold the phone in a fixed carry pose; here
+    // the gyroscope turns the truth, and the accelerometer reads gravity in
+    // that truth plus the frame's own motion (its reading less the carry's
+    // gravity), so that sensors and truth stay consistent.
     void append_activity(const test::ActivityRecording& frames) {
         if (frames.empty()) {
             return;
@@ -290,14 +292,25 @@ private:
             const auto i0 = static_cast<std::size_t>(std::floor(x));
             const std::size_t i1 = std::min(i0 + 1, frames.size() - 1);
             const double w = x - static_cast<double>(i0);
+            const auto mix = [&](const float* a, const float* b, int i) {
+                return (1.0 - w) * double{a[i]} + w * double{b[i]};
+            };
+            const test::ActivityFrame& f0 = frames[i0];
+            const test::ActivityFrame& f1 = frames[i1];
             Tick t{};
             for (int i = 0; i < 3; ++i) {
-                t.acc[i] = (1.0 - w) * double{frames[i0].imu.acc[i]} +
-                           w * double{frames[i1].imu.acc[i]};
-                t.gyro[i] = (1.0 - w) * double{frames[i0].imu.gyro[i]} +
-                            w * double{frames[i1].imu.gyro[i]};
+                t.gyro[i] = mix(f0.imu.gyro, f1.imu.gyro, i);
+            }
+            const Vec3 rate{t.gyro[0], t.gyro[1], t.gyro[2]};
+            const double speed = std::sqrt(rate.x * rate.x + rate.y * rate.y + rate.z * rate.z);
+            if (speed > 0.0) {
+                pose_ = normalized(pose_ * axis_angle(rate, speed * dt_s_));
             }
             t.truth = pose_;
+            set_still_readings(t);
+            for (int i = 0; i < 3; ++i) {
+                t.acc[i] += mix(f0.imu.acc, f1.imu.acc, i) - mix(f0.out.gravity, f1.out.gravity, i);
+            }
             ticks_.push_back(t);
         }
     }
