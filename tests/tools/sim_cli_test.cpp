@@ -80,7 +80,7 @@ class ImuSimErrors : public ImuSim, public testing::WithParamInterface<BadRun> {
 
 TEST_P(ImuSimErrors, SayWhatIsWrong) {
     root.write("/bad.scenario", "still 1\nwalk 5\n");
-    root.write("/fast.scenario", "rate 1000\nmag_rate 1000\nstill 3600\nstill 1000\n");
+    root.write("/fast.scenario", "rate 1000\nstill 600\nstill 400.001\n");
     std::string args = GetParam().args;
     std::string message = GetParam().message;
     for (std::string* s : {&args, &message}) {
@@ -111,7 +111,7 @@ INSTANTIATE_TEST_SUITE_P(
                "imu-sim: ROOT/bad.scenario:2: walk needs the phone held in the hand, but it is "
                "lying flat face up (pick_up first)"},
         BadRun{"ROOT/fast.scenario", 1,
-               "imu-sim: ROOT/fast.scenario:4: the recording grows beyond 4000000 samples; "
+               "imu-sim: ROOT/fast.scenario:3: the recording grows beyond 1000000 samples; "
                "shorten the scenario or lower the rate"},
         BadRun{"-o ROOT/no/such/dir.csv", 1,
                "imu-sim: cannot write 'ROOT/no/such/dir.csv': No such file or directory"}));

@@ -169,6 +169,7 @@ INSTANTIATE_TEST_SUITE_P(
                     // The hand's tremor and sway, and the push of each tap,
                     // turn the phone a little.
                     StepCase{"rate 100\nstart hand 0\nwalk 4 0.5\n", 2.0, 0.0, 40.0, 0.0, 1.0},
+                    StepCase{"rate 1000\nstart hand 0\nwalk 2 0.5\n", 1.0, 0.0, 40.0, 0.0, 1.0},
                     StepCase{"start hand 0\ndouble_tap 0.3\n", 0.34, 0.0, 40.0, 0.0, 3.0}));
 
 struct BadCsv {
@@ -176,7 +177,11 @@ struct BadCsv {
     const char* error;
 };
 
-void PrintTo(const BadCsv& c, std::ostream* os) { *os << c.error; }
+void PrintTo(const BadCsv& c, std::ostream* os) {
+    for (const char* p = c.text; *p != '\0'; ++p) {
+        *os << (*p == '\n' ? ';' : *p);
+    }
+}
 
 class EventCsvErrors : public testing::TestWithParam<BadCsv> {};
 

@@ -17,7 +17,11 @@ struct BadScenario {
     const char* message;  // what() is "s.scenario:<line>: <message>"
 };
 
-void PrintTo(const BadScenario& c, std::ostream* os) { *os << c.message; }
+void PrintTo(const BadScenario& c, std::ostream* os) {
+    for (const char* p = c.text; *p != '\0'; ++p) {
+        *os << (*p == '\n' ? ';' : *p);
+    }
+}
 
 class ScenarioErrors : public testing::TestWithParam<BadScenario> {};
 

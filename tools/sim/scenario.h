@@ -81,12 +81,13 @@ Scenario parse_scenario(std::istream& in, const std::string& name);
 const char* builtin_scenario(const std::string& name);
 
 // Longest recording rendered, in samples of the main rate.
-inline constexpr std::int64_t kMaxSamples = 4000000;
+inline constexpr std::int64_t kMaxSamples = 1000000;
 
 // Renders the scenario into an event stream: acc and gyro at rate_hz, mag
 // at mag_rate_hz, all with the truth; the events of the steps (start time,
 // name, detail); comments naming the scenario and its settings. Throws
-// ScenarioError when the result would exceed kMaxSamples.
+// ScenarioError, naming the step, when the recording would exceed
+// kMaxSamples (83 minutes at 200 Hz).
 EventStream render_scenario(const Scenario& scenario);
 
 }  // namespace imu::sim

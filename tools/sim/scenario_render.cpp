@@ -3,6 +3,7 @@
 // The truth always follows the gyroscope, the magnetometer reads the
 // earth's field in the true pose, and noise is added last.
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <sstream>
@@ -129,11 +130,6 @@ public:
                 turn_device({0.0, 1.0, 0.0}, -kPi, a0);
                 break;
         }
-        if (static_cast<std::int64_t>(ticks_.size()) > kMaxSamples) {
-            throw ScenarioError(sc_.name, step.line,
-                                "the recording grows beyond " + std::to_string(kMaxSamples) +
-                                    " samples; shorten the scenario or lower the rate");
-        }
         held_ = pose_after(step.kind);
     }
 
@@ -228,16 +224,25 @@ private:
         t.acc[2] = g.z;
     }
 
+    // Held in the hand: the hand's tremor, made a minute at a time so that
+    // long holds stay small. Elsewhere: the phone at rest.
     void still(double seconds) {
         if (held_ == HeldPose::kHand) {
-            test::ActivityScript hold(test::Carry::kHand);
-            hold.hold(seconds);
-            append_activity(hold.frames());
+            constexpr double kChunkS = 60.0;
+            for (double left = seconds; left > 0.0; left -= kChunkS) {
+                test::ActivityScript hold(test::Carry::kHand);
+                hold.hold(std::min(left, kChunkS));
+                append_activity(hold.frames());
+            }
             return;
         }
-        test::GestureSequence g(dt_us_);
-        g.pose(to_quatd(pose_)).hold(seconds);
-        append_gesture(g);
+        const auto n = std::lround(seconds * sc_.rate_hz);
+        for (long i = 0; i < n; ++i) {
+            Tick t{};
+            t.truth = pose_;
+            set_still_readings(t);
+            ticks_.push_back(t);
+        }
     }
 
     // A smooth turn by angle about a device axis (GestureSequence::turn).
@@ -287,8 +292,8 @@ private:
         const auto n = static_cast<std::size_t>(std::lround(seconds / dt_s_));
         const double last = static_cast<double>(frames.size() - 1);
         for (std::size_t j = 0; j < n; ++j) {
-            const double x =
-                std::min(last, static_cast<double>(j + 1) * dt_s_ / test::kActivityDtS - 1.0);
+            const double x = std::clamp(
+                static_cast<double>(j + 1) * dt_s_ / test::kActivityDtS - 1.0, 0.0, last);
             const auto i0 = static_cast<std::size_t>(std::floor(x));
             const std::size_t i1 = std::min(i0 + 1, frames.size() - 1);
             const double w = x - static_cast<double>(i0);
@@ -324,11 +329,39 @@ private:
     std::vector<ScriptEvent> events_;
 };
 
+// How long a step lasts (the generators' lengths: four twists of 0.15 s,
+// taps of 8 samples at 200 Hz, a flick of 0.12 s, 0.3 s and 1.2 s).
+double step_duration_s(const ScenarioStep& step) {
+    switch (step.kind) {
+        case StepKind::kTurn:
+            return step.args[1];
+        case StepKind::kWalk:
+            return step.args[0] * step.args[1];
+        case StepKind::kShake:
+            return 4.0 * kTwistS;
+        case StepKind::kDoubleTap:
+            return step.args[0] + 8.0 * test::kActivityDtS;
+        case StepKind::kSnap:
+            return 0.12 + 0.3 + 1.2;
+        default:
+            return step.args[0];
+    }
+}
+
 }  // namespace
 
 EventStream render_scenario(const Scenario& scenario) {
     if (scenario.mag_rate_hz > scenario.rate_hz) {
         throw ScenarioError(scenario.name, 0, "mag_rate must not exceed rate");
+    }
+    double total_s = 0.0;
+    for (const ScenarioStep& step : scenario.steps) {
+        total_s += step_duration_s(step);
+        if (total_s * scenario.rate_hz > static_cast<double>(kMaxSamples)) {
+            throw ScenarioError(scenario.name, step.line,
+                                "the recording grows beyond " + std::to_string(kMaxSamples) +
+                                    " samples; shorten the scenario or lower the rate");
+        }
     }
     Renderer r(scenario);
     for (const ScenarioStep& step : scenario.steps) {
