@@ -21,13 +21,13 @@ void put_number(std::string& line, double value, int places) {
         line += '0';
         return;
     }
-    std::snprintf(buf, sizeof buf, "%.*f", places, value);
+    (void)std::snprintf(buf, sizeof buf, "%.*f", places, value);
     line += buf;
 }
 
 void put_event(std::ostream& out, const ScriptEvent& e) {
     char t[32];
-    std::snprintf(t, sizeof t, "%.3f", e.t_s);
+    (void)std::snprintf(t, sizeof t, "%.3f", e.t_s);
     out << kEventPrefix << t << ',' << e.name;
     if (!e.detail.empty()) {
         out << ',' << e.detail;

@@ -6,12 +6,12 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <system_error>
 
 #include "sim/event_csv.h"
 #include "sim/scenario.h"
@@ -120,7 +120,7 @@ imu::sim::Scenario load(const std::string& name) {
     const char* text = imu::sim::builtin_scenario(name);
     if (text == nullptr) {
         throw std::runtime_error("imu-sim: cannot open scenario '" + name + "' (" +
-                                 std::strerror(errno) +
+                                 std::generic_category().message(errno) +
                                  ") and there is no built-in scenario of that name (demo)");
     }
     std::istringstream in(text);
@@ -157,8 +157,8 @@ int main(int argc, char** argv) {
             out.close();
         }
         if (!out) {
-            std::cerr << "imu-sim: cannot write '" << opt.output << "': " << std::strerror(errno)
-                      << '\n';
+            std::cerr << "imu-sim: cannot write '" << opt.output
+                      << "': " << std::generic_category().message(errno) << '\n';
             return 1;
         }
         return 0;

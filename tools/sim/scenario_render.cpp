@@ -229,9 +229,10 @@ private:
     void still(double seconds) {
         if (held_ == HeldPose::kHand) {
             constexpr double kChunkS = 60.0;
-            for (double left = seconds; left > 0.0; left -= kChunkS) {
+            const auto chunks = static_cast<int>(std::ceil(seconds / kChunkS));
+            for (int i = 0; i < chunks; ++i) {
                 test::ActivityScript hold(test::Carry::kHand);
-                hold.hold(std::min(left, kChunkS));
+                hold.hold(std::min(seconds - i * kChunkS, kChunkS));
                 append_activity(hold.frames());
             }
             return;
