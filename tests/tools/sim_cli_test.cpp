@@ -34,7 +34,8 @@ protected:
         const std::string err = root.dir() + "/err.txt";
         const std::string cmd = std::string(IMU_SIM_EXE) + " " + args + " >" + out + " 2>" + err;
         SimRun r;
-        const int raw = std::system(cmd.c_str());
+        // One test case per process, nothing else running: system() is safe.
+        const int raw = std::system(cmd.c_str());  // NOLINT(concurrency-mt-unsafe)
         r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
         r.out = slurp(out);
         r.err = slurp(err);
@@ -84,7 +85,7 @@ TEST_P(ImuSimErrors, SayWhatIsWrong) {
     std::string args = GetParam().args;
     std::string message = GetParam().message;
     for (std::string* s : {&args, &message}) {
-        for (std::size_t at; (at = s->find("ROOT")) != std::string::npos;) {
+        for (std::size_t at = s->find("ROOT"); at != std::string::npos; at = s->find("ROOT")) {
             s->replace(at, 4, root.dir());
         }
     }
