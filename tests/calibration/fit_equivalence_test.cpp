@@ -1,0 +1,258 @@
+// The fast fit against the reference one: the same distances, sums, fitted
+// values and results, number for number, on ordinary, wide, tiny and
+// degenerate inputs, and on whole calibration runs good and bad.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <string>
+
+#include "calibration/fit_reference.h"
+#include "calibration/fitting.h"
+#include "support/calib_samples.h"
+
+namespace {
+
+namespace ref = imu::test::reference;
+
+// Deterministic generator (64-bit LCG, high bits).
+class Rng {
+public:
+    explicit Rng(std::uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15ULL + 1) {}
+    std::uint32_t bits() {
+        state_ = state_ * 6364136223846793005ULL + 1442695040888963407ULL;
+        return static_cast<std::uint32_t>(state_ >> 32);
+    }
+    // Uniform in [lo, hi].
+    std::int32_t range(std::int64_t lo, std::int64_t hi) {
+        const auto span = static_cast<std::uint64_t>(hi - lo) + 1;
+        return static_cast<std::int32_t>(lo + static_cast<std::int64_t>(bits() % span));
+    }
+    std::int32_t any() { return static_cast<std::int32_t>(bits()); }
+    double unit() { return bits() / 4294967296.0; }  // [0, 1)
+
+private:
+    std::uint64_t state_;
+};
+
+// The kinds of ellipsoid and point sets the search meets, and some it
+// should never meet.
+enum class Kind { Ordinary, NearSurface, Wide, Tiny, OnPlanes, Negative };
+
+struct Case {
+    std::int32_t p[6];
+    std::int32_t s;
+    std::int32_t q[imu::kCalibSamples][3];
+};
+
+void make_case(Kind kind, Rng& rng, Case& c) {
+    const std::int32_t divisors[] = {1, 10, 100, 1000};
+    c.s = divisors[rng.bits() % 4];
+    for (int k = 0; k < 3; ++k) {
+        switch (kind) {
+            case Kind::Wide:
+                c.p[k] = rng.any();
+                c.p[k + 3] = rng.any();
+                break;
+            case Kind::Tiny:
+                c.p[k] = rng.range(-3, 3);
+                c.p[k + 3] = rng.range(0, 4);
+                c.s = 1;
+                break;
+            case Kind::Negative:
+                c.p[k] = rng.range(-50000, 50000);
+                c.p[k + 3] = rng.range(-30000, 30000);
+                break;
+            default:
+                c.p[k] = rng.range(-60000, 60000);
+                c.p[k + 3] = rng.range(1000, 120000);
+                break;
+        }
+    }
+    for (auto& q : c.q) {
+        const double a = rng.unit() * 6.283185307179586;
+        const double z = rng.unit() * 2.0 - 1.0;
+        const double dir[3] = {std::sqrt(1 - z * z) * std::cos(a), std::sqrt(1 - z * z) * std::sin(a),
+                               z};
+        const double radius = kind == Kind::NearSurface ? 0.97 + 0.06 * rng.unit() : 1.6 * rng.unit();
+        for (int k = 0; k < 3; ++k) {
+            switch (kind) {
+                case Kind::Wide:
+                    q[k] = rng.any();
+                    break;
+                case Kind::Tiny:
+                    q[k] = rng.range(-6, 6);
+                    break;
+                default: {
+                    const double v = c.p[k] + radius * dir[k] * std::fabs(static_cast<double>(c.p[k + 3]));
+                    q[k] = static_cast<std::int32_t>(v);
+                    break;
+                }
+            }
+        }
+        if (kind == Kind::OnPlanes) {  // on one or two of the centre planes
+            const int k = static_cast<int>(rng.bits() % 3);
+            q[k] = c.p[k];
+            if (rng.bits() % 3 == 0) {
+                q[(k + 1) % 3] = c.p[(k + 1) % 3];
+            }
+        }
+    }
+}
+
+struct DistanceSeeds {
+    Kind kind;
+    std::uint64_t seed;
+    int sets;  // of 240 points each
+};
+
+class DistanceMatches : public testing::TestWithParam<DistanceSeeds> {};
+
+// Every point's distance, and the sums the search compares.
+TEST_P(DistanceMatches, PointByPointAndSummed) {
+    Rng rng(GetParam().seed);
+    auto c = std::make_unique<Case>();
+    for (int set = 0; set < GetParam().sets; ++set) {
+        make_case(GetParam().kind, rng, *c);
+        std::int64_t sum = 0;
+        for (const auto& q : c->q) {
+            const std::int32_t d = ref::distance(c->p, q, c->s);
+            ASSERT_EQ(imu::distance(c->p, q, c->s), d)
+                << "set " << set << " p " << c->p[0] << " " << c->p[1] << " " << c->p[2] << " "
+                << c->p[3] << " " << c->p[4] << " " << c->p[5] << " s " << c->s << " q " << q[0]
+                << " " << q[1] << " " << q[2];
+            sum += d;
+        }
+        ASSERT_EQ(imu::summed_distance(c->p, c->q, imu::kCalibSamples, c->s), sum) << "set " << set;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, DistanceMatches,
+                         testing::Values(DistanceSeeds{Kind::Ordinary, 1, 40},
+                                         DistanceSeeds{Kind::NearSurface, 2, 40},
+                                         DistanceSeeds{Kind::Wide, 3, 10},
+                                         DistanceSeeds{Kind::Tiny, 4, 20},
+                                         DistanceSeeds{Kind::OnPlanes, 5, 20},
+                                         DistanceSeeds{Kind::Negative, 6, 20}));
+
+// Bisections over one to three axes, ordinary and extreme.
+TEST(BisectorMatches, RandomAxes) {
+    Rng rng(7);
+    for (int i = 0; i < 3000; ++i) {
+        const int n = 1 + static_cast<int>(rng.bits() % 3);
+        std::int64_t e[3];
+        std::int64_t y[3];
+        for (int k = 0; k < 3; ++k) {
+            const bool wide = i % 10 == 0;
+            e[k] = wide ? rng.any() : rng.range(0, 3000);
+            y[k] = wide ? std::int64_t{rng.any()} * 3 : rng.range(0, 4000);
+        }
+        std::sort(e, e + n, [](std::int64_t a, std::int64_t b) { return a > b; });
+        ASSERT_EQ(imu::bisector(n, e, y), ref::bisector(n, e, y))
+            << n << " e " << e[0] << " " << e[1] << " " << e[2] << " y " << y[0] << " " << y[1]
+            << " " << y[2];
+    }
+}
+
+// Whole fits of both sensors.
+struct RunCase {
+    const char* name;
+    imu::test::CalibRunSetup setup;
+    float acc_factor;  // applied to every accelerometer value
+    float mag_factor;
+    int bad;  // 0 none, 1 scattered radially, 2 flat z, 3 all equal, 4 NaN and inf,
+              // 5 magnetometer spread over a cube of +-10^6
+};
+
+imu::test::CalibRunSetup random_setup(unsigned seed) {
+    Rng rng(seed);
+    imu::test::CalibRunSetup s;
+    for (int k = 0; k < 3; ++k) {
+        s.acc.offset[k] = static_cast<float>(rng.unit() * 2.0 - 1.0);
+        s.acc.scale[k] = static_cast<float>(0.9 + rng.unit() * 0.2);
+        s.mag.offset[k] = static_cast<float>(rng.unit() * 160.0 - 80.0);
+        s.mag.scale[k] = static_cast<float>(0.85 + rng.unit() * 0.3);
+    }
+    s.acc_noise = rng.unit() * 0.1;
+    s.mag_noise = rng.unit() * 1.0;
+    s.seed = seed;
+    return s;
+}
+
+void fill(imu::calibrator_data_struct& ws, const RunCase& rc) {
+    const imu::test::CalibRun run = imu::test::make_calib_run(rc.setup);
+    Rng cube(1);
+    for (int i = 0; i < imu::kCalibSamples; ++i) {
+        for (int k = 0; k < 3; ++k) {
+            float a = run.steps[i].imu.acc_raw[k] * rc.acc_factor;
+            float m = run.steps[i].imu.mag_raw[k] * rc.mag_factor;
+            if (rc.bad == 1) {
+                const float f = 0.3F + 1.4F * static_cast<float>(i * 37 % 100) / 100.0F;
+                a *= f;
+                m *= f;
+            } else if (rc.bad == 2 && k == 2) {
+                a = 0.25F;
+                m = -3.0F;
+            } else if (rc.bad == 3) {
+                a = 1.5F;
+                m = 20.0F;
+            } else if (rc.bad == 5) {
+                m = static_cast<float>(1e6 * (cube.unit() * 2.0 - 1.0));
+            } else if (rc.bad == 4 && i % 50 == 7) {
+                a = std::numeric_limits<float>::quiet_NaN();
+                m = -std::numeric_limits<float>::infinity();
+            }
+            ws.sample[i].acc[k] = a;
+            ws.sample[i].mag[k] = m;
+        }
+    }
+    ws.acc_fit_limit = imu::kAccFitLimit;
+    ws.mag_fit_limit = imu::kMagFitLimit;
+}
+
+class FitMatches : public testing::TestWithParam<RunCase> {};
+
+TEST_P(FitMatches, SameResultAndValues) {
+    auto fast = std::make_unique<imu::calibrator_data_struct>();
+    auto slow = std::make_unique<imu::calibrator_data_struct>();
+    fill(*fast, GetParam());
+    fill(*slow, GetParam());
+    for (const int which : {imu::kAccSensor, imu::kMagSensor}) {
+        testing::internal::CaptureStdout();
+        const int result = imu::fitting(fast.get(), which);
+        testing::internal::GetCapturedStdout();
+        const ref::FitResult expected = ref::fitting(slow.get(), which);
+        EXPECT_EQ(result, expected.result) << which;
+        const float* got = which == imu::kAccSensor ? fast->acc_fit : fast->mag_fit;
+        for (int i = 0; i < 6; ++i) {
+            EXPECT_EQ(std::memcmp(&got[i], &expected.fit[i], sizeof(float)), 0)
+                << which << " value " << i << ": " << got[i] << " vs " << expected.fit[i];
+        }
+    }
+}
+
+std::string run_name(const testing::TestParamInfo<RunCase>& info) {
+    return info.param.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Runs, FitMatches,
+    testing::Values(RunCase{"Ordinary", {}, 1.0F, 1.0F, 0},
+                    RunCase{"Random11", random_setup(11), 1.0F, 1.0F, 0},
+                    RunCase{"Random12", random_setup(12), 1.0F, 1.0F, 0},
+                    RunCase{"Random13", random_setup(13), 1.0F, 1.0F, 0},
+                    RunCase{"SmallNumbers", random_setup(14), 0.01F, 0.01F, 0},
+                    RunCase{"NearTheTop", random_setup(15), 1e5F, 1e3F, 0},
+                    RunCase{"WideCube", {}, 1e5F, 1.0F, 5},
+                    RunCase{"Scattered", {}, 1.0F, 1.0F, 1},
+                    RunCase{"FlatAxis", {}, 1.0F, 1.0F, 2},
+                    RunCase{"AllEqual", {}, 1.0F, 1.0F, 3},
+                    RunCase{"NotANumber", {}, 1.0F, 1.0F, 4}),
+    run_name);
+
+}  // namespace
