@@ -174,6 +174,166 @@ std::int32_t distance(const std::int32_t* p, const std::int32_t* q, std::int32_t
     return st.bisect ? bisector(st.n, st.e, st.y) : fit::clamp32(st.value);
 }
 
+namespace {
+
+// Many bisections at once. The search sums the distances of all 240
+// samples, and each bisection is a chain of dependent steps, each waiting
+// for three divisions; run side by side in vector lanes, the steps of
+// different points overlap and the divisions share one instruction.
+//
+// A point takes a lane when its numbers are small enough for every step to
+// be exact in 32-bit lanes: |e| < 2^13 and |e y| < 2^24 keep t, t + e^2
+// and q within int32 and make the float quotient ey / q, cut toward zero,
+// the integer quotient (a quotient of integers below 2^24 never rounds
+// across an integer). The sign of F needs no more than the squared terms
+// up to 1025^2: a larger one makes F positive alone, so the terms are
+// clamped there and the sum stays within int32. Other points, and all
+// points of a wide ellipsoid, take the scalar bisector.
+
+using V4i = std::int32_t __attribute__((vector_size(16)));
+using V4f = float __attribute__((vector_size(16)));
+
+constexpr i64 kLaneMaxE = i64{1} << 13;
+constexpr i64 kLaneMaxEy = i64{1} << 24;
+constexpr int kVectors = 4;
+constexpr int kLanes = 4 * kVectors;
+constexpr float kTiny = 1.0F / 1024.0F;
+constexpr float kClamp = 1025.0F;
+constexpr float kOneF = 1048576.0F;  // 2^20
+constexpr std::int32_t kAbsMask = 0x7FFFFFFF;
+
+bool fits_lane(const Setup& st) {
+    if (st.n < 1) {
+        return false;
+    }
+    for (int i = 0; i < st.n; ++i) {
+        if (fit::abs64(st.e[i]) >= kLaneMaxE || st.y[i] >= kLaneMaxEy ||
+            fit::abs64(st.e[i]) * st.y[i] >= kLaneMaxEy) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The points waiting for a lane, and one step of all lanes of a vector.
+class LaneBatch {
+public:
+    // Adds a point that fits_lane accepted; runs the batch when it is full
+    // and returns the sum of the distances found (0 while it fills).
+    i64 add(const Setup& st) {
+        const int v = count_ / 4;
+        const int l = count_ % 4;
+        n_[count_] = st.n;
+        i64 ey_max = fit::kMin;
+        for (int i = 0; i < 3; ++i) {
+            const i64 e = i < st.n ? st.e[i] : 0;
+            y_[count_][i] = i < st.n ? st.y[i] : 0;
+            esq_[i][v][l] = static_cast<std::int32_t>(e * e);
+            const i64 ey = e * y_[count_][i];
+            eyf_[i][v][l] = static_cast<float>(ey);  // exact: |ey| < 2^24
+            if (i < st.n) {
+                ey_max = std::max(ey_max, ey);
+            }
+        }
+        const i64 last_esq = st.e[st.n - 1] * st.e[st.n - 1];
+        t0_[v][l] = static_cast<std::int32_t>(st.e[st.n - 1] * st.y[st.n - 1] - last_esq);
+        t1_[v][l] = static_cast<std::int32_t>(2 * ey_max - last_esq);
+        ++count_;
+        return count_ == kLanes ? run() : 0;
+    }
+
+    // Bisects the points added since the last run and returns the sum of
+    // their distances.
+    i64 run() {
+        if (count_ == 0) {
+            return 0;
+        }
+        for (int k = count_; k < kLanes; ++k) {  // idle lanes stop at once
+            const int v = k / 4;
+            const int l = k % 4;
+            t0_[v][l] = 0;
+            t1_[v][l] = 0;
+            for (int i = 0; i < 3; ++i) {
+                esq_[i][v][l] = 0;
+                eyf_[i][v][l] = 0.0F;
+            }
+        }
+        // The bracket halves with each step: from below 2^28 it closes
+        // within 30 steps, far inside the scalar bound.
+        for (int it = 0; it < kBisections; ++it) {
+            V4i any = V4i{};
+            for (int v = 0; v < kVectors; ++v) {
+                any |= step(v);
+            }
+            if ((any[0] | any[1] | any[2] | any[3]) == 0) {
+                break;
+            }
+        }
+        i64 sum = 0;
+        for (int k = 0; k < count_; ++k) {
+            const std::int32_t a = t0_[k / 4][k % 4];
+            const std::int32_t b = t1_[k / 4][k % 4];
+            sum += surface(k, (a >> 1) + (b >> 1) + (a & b & 1));
+        }
+        count_ = 0;
+        return sum;
+    }
+
+private:
+    // One bisection step of the four lanes of vector v, as bisector takes
+    // it. A lane whose midpoint is an end or whose F is 0 keeps its
+    // bracket from then on, so its midpoint stays the t it stopped at.
+    // Returns the lanes that moved.
+    V4i step(int v) {
+        const V4i a = t0_[v];
+        const V4i b = t1_[v];
+        const V4i mid = (a >> 1) + (b >> 1) + (a & b & 1);
+        V4f sq = V4f{};
+        for (int i = 0; i < 3; ++i) {
+            const V4i q = (mid + esq_[i][v]) >> 10;
+            // For q of 0 the term is ey^2 2^20: dividing by 2^-10 gives
+            // |ey| 2^10, that is 0, exactly 2^10, or beyond the clamp.
+            const V4f qf = q == 0 ? kTiny : __builtin_convertvector(q, V4f);
+            const V4f quo = eyf_[i][v] / qf;
+            V4f mag = reinterpret_cast<V4f>(reinterpret_cast<V4i>(quo) & kAbsMask);
+            mag = mag < kClamp ? mag : kClamp;
+            mag = __builtin_convertvector(__builtin_convertvector(mag, V4i), V4f);
+            sq += mag * mag;  // below 2^22: exact
+        }
+        const V4i moving = (mid != a) & (mid != b) & (sq != kOneF);
+        t0_[v] = moving & (sq > kOneF) ? mid : a;
+        t1_[v] = moving & (sq < kOneF) ? mid : b;
+        return moving;
+    }
+
+    // The squared distance of point k once its bisection ended at t.
+    i64 surface(int k, std::int32_t t) const {
+        const int v = k / 4;
+        const int l = k % 4;
+        i64 r = 0;
+        for (int i = 0; i < n_[k]; ++i) {
+            const i64 esq = esq_[i][v][l];
+            const i64 den = i64{t} + esq;
+            const i64 num = esq * y_[k][i];  // below 2^37: exact as a double
+            const i64 x = den != 0 ? static_cast<i64>(static_cast<double>(num) /
+                                                      static_cast<double>(den))
+                                   : num;
+            r = fit::sat_add(r, fit::sat_sq(x - y_[k][i]));
+        }
+        return fit::clamp32(r);
+    }
+
+    V4i t0_[kVectors] = {};
+    V4i t1_[kVectors] = {};
+    V4i esq_[3][kVectors] = {};
+    V4f eyf_[3][kVectors] = {};
+    i64 y_[kLanes][3] = {};
+    int n_[kLanes] = {};
+    int count_ = 0;
+};
+
+}  // namespace
+
 std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)[3], int count,
                              std::int32_t s) noexcept {
     if (p == nullptr || points == nullptr) {
@@ -182,12 +342,19 @@ std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)
     int order[3];
     axis_order(p, order);
     const i64 sc = s < 1 ? 1 : s;
+    LaneBatch batch;
     i64 sum = 0;
     for (int i = 0; i < count; ++i) {
         const Setup st = setup(p, order, points[i], sc);
-        sum += st.bisect ? bisector(st.n, st.e, st.y) : fit::clamp32(st.value);
+        if (!st.bisect) {
+            sum += fit::clamp32(st.value);
+        } else if (fits_lane(st)) {
+            sum += batch.add(st);
+        } else {
+            sum += bisector(st.n, st.e, st.y);
+        }
     }
-    return sum;
+    return sum + batch.run();
 }
 
 }  // namespace imu
