@@ -115,25 +115,51 @@ void axis_order(const std::int32_t* p, int* order) {
     }
 }
 
-Setup setup(const std::int32_t* p, const int* order, const std::int32_t* q, i64 sc) {
+// The ellipsoid as every point of a sum sees it: axes in distance order,
+// with the centre and the scaled semi-axes in that order.
+struct Frame {
+    int order[3];
+    i64 centre[3];
+    i64 e[3];
+    i64 sc;
+    double scd;
+};
+
+Frame make_frame(const std::int32_t* p, i64 sc) {
+    Frame f{};
+    axis_order(p, f.order);
+    for (int j = 0; j < 3; ++j) {
+        f.centre[j] = p[f.order[j]];
+        f.e[j] = p[3 + f.order[j]] / sc;
+    }
+    f.sc = sc;
+    f.scd = static_cast<double>(sc);
+    return f;
+}
+
+// d / sc: through doubles, which is the integer quotient for numbers
+// below 2^53 (here below 2^33).
+i64 scaled(const Frame& f, i64 d) {
+    return f.sc == 1 ? d : static_cast<i64>(static_cast<double>(d) / f.scd);
+}
+
+Setup setup(const Frame& f, const std::int32_t* q) {
     Setup st;
     i64 d[3];
-    for (int k = 0; k < 3; ++k) {
-        d[k] = fit::abs64(i64{q[k]} - p[k]);
+    for (int j = 0; j < 3; ++j) {
+        d[j] = fit::abs64(i64{q[f.order[j]]} - f.centre[j]);
     }
     for (int j = 0; j < 3; ++j) {
-        const int k = order[j];
-        if (d[k] > 0) {
-            st.e[st.n] = p[3 + k] / sc;
-            st.y[st.n] = d[k] / sc;
+        if (d[j] > 0) {
+            st.e[st.n] = f.e[j];
+            st.y[st.n] = scaled(f, d[j]);
             ++st.n;
         }
     }
-    const int smallest = order[2];
-    if (d[smallest] > 0) {
+    if (d[2] > 0) {
         st.bisect = true;
     } else {
-        planar(st, p[3 + smallest] / sc);
+        planar(st, f.e[2]);
     }
     return st;
 }
@@ -168,9 +194,7 @@ std::int32_t distance(const std::int32_t* p, const std::int32_t* q, std::int32_t
     if (p == nullptr || q == nullptr) {
         return 0;
     }
-    int order[3];
-    axis_order(p, order);
-    const Setup st = setup(p, order, q, s < 1 ? 1 : s);
+    const Setup st = setup(make_frame(p, s < 1 ? 1 : s), q);
     return st.bisect ? bisector(st.n, st.e, st.y) : fit::clamp32(st.value);
 }
 
@@ -181,65 +205,78 @@ namespace {
 // for three divisions; run side by side in vector lanes, the steps of
 // different points overlap and the divisions share one instruction.
 //
-// A point takes a lane when its numbers are small enough for every step to
-// be exact in 32-bit lanes: |e| < 2^13 and |e y| < 2^24 keep t, t + e^2
-// and q within int32 and make the float quotient ey / q, cut toward zero,
-// the integer quotient (a quotient of integers below 2^24 never rounds
-// across an integer). The sign of F needs no more than the squared terms
-// up to 1025^2: a larger one makes F positive alone, so the terms are
-// clamped there and the sum stays within int32. Other points, and all
-// points of a wide ellipsoid, take the scalar bisector.
+// A point takes a lane when every step is exact in 32-bit lanes:
+// - 0 <= e < 2^13 and e y < 2^24 keep t and t + e^2 within int32, and make
+//   the float quotient ey / q, cut toward zero, the integer quotient (a
+//   quotient of integers below 2^24 never rounds across an integer);
+// - e y >= 2^10 along the smallest axis, with e^2 no smaller there than
+//   along the others, makes t + e^2 >= 2^10 for every t of the bracket,
+//   so q >= 1: no division by 0 and no negative quotient.
+// Squares of quotients up to 1024 and their sum are exact in float; a
+// larger quotient makes F positive alone, and rounding cannot pull the sum
+// back to 2^20, so the sign of F is always right. Other points take the
+// scalar bisector.
 
 using V4i = std::int32_t __attribute__((vector_size(16)));
 using V4f = float __attribute__((vector_size(16)));
 
 constexpr i64 kLaneMaxE = i64{1} << 13;
 constexpr i64 kLaneMaxEy = i64{1} << 24;
+constexpr i64 kLaneMinEy = i64{1} << 10;
+constexpr std::int32_t kUnusedEsq = std::int32_t{1} << 26;  // q >= 1 and a term of 0
 constexpr int kVectors = 4;
 constexpr int kLanes = 4 * kVectors;
-constexpr float kTiny = 1.0F / 1024.0F;
-constexpr float kClamp = 1025.0F;
 constexpr float kOneF = 1048576.0F;  // 2^20
-constexpr std::int32_t kAbsMask = 0x7FFFFFFF;
 
-bool fits_lane(const Setup& st) {
-    if (st.n < 1) {
+bool fits_lane(int n, const i64* e, const i64* y) {
+    if (n < 1) {
         return false;
     }
-    for (int i = 0; i < st.n; ++i) {
-        if (fit::abs64(st.e[i]) >= kLaneMaxE || st.y[i] >= kLaneMaxEy ||
-            fit::abs64(st.e[i]) * st.y[i] >= kLaneMaxEy) {
+    const i64 last = e[n - 1];
+    for (int i = 0; i < n; ++i) {
+        if (e[i] < last || e[i] >= kLaneMaxE || y[i] >= kLaneMaxEy || e[i] * y[i] >= kLaneMaxEy) {
             return false;
         }
     }
-    return true;
+    return last >= 0 && last * y[n - 1] >= kLaneMinEy;
 }
 
-// The points waiting for a lane, and one step of all lanes of a vector.
+// Up to sixteen points in lanes, bisected together once the batch is full.
 class LaneBatch {
 public:
-    // Adds a point that fits_lane accepted; runs the batch when it is full
-    // and returns the sum of the distances found (0 while it fills).
-    i64 add(const Setup& st) {
+    // Takes the point if fits_lane accepts it and adds to sum the
+    // distances of the batch when it is full.
+    bool add(int n, const i64* e, const i64* y, i64& sum) {
+        if (!fits_lane(n, e, y)) {
+            return false;
+        }
         const int v = count_ / 4;
         const int l = count_ % 4;
-        n_[count_] = st.n;
-        i64 ey_max = fit::kMin;
+        n_[count_] = n;
+        i64 ey_max = 0;
         for (int i = 0; i < 3; ++i) {
-            const i64 e = i < st.n ? st.e[i] : 0;
-            y_[count_][i] = i < st.n ? st.y[i] : 0;
-            esq_[i][v][l] = static_cast<std::int32_t>(e * e);
-            const i64 ey = e * y_[count_][i];
-            eyf_[i][v][l] = static_cast<float>(ey);  // exact: |ey| < 2^24
-            if (i < st.n) {
+            if (i < n) {
+                const i64 ey = e[i] * y[i];
+                y_[count_][i] = y[i];
+                esq_[i][v][l] = static_cast<std::int32_t>(e[i] * e[i]);
+                eyf_[i][v][l] = static_cast<float>(ey);
                 ey_max = std::max(ey_max, ey);
+            } else {
+                esq_[i][v][l] = kUnusedEsq;
+                eyf_[i][v][l] = 0.0F;
             }
         }
-        const i64 last_esq = st.e[st.n - 1] * st.e[st.n - 1];
-        t0_[v][l] = static_cast<std::int32_t>(st.e[st.n - 1] * st.y[st.n - 1] - last_esq);
-        t1_[v][l] = static_cast<std::int32_t>(2 * ey_max - last_esq);
+        const i64 last_esq = e[n - 1] * e[n - 1];
+        const i64 t0 = e[n - 1] * y[n - 1] - last_esq;
+        const i64 t1 = 2 * ey_max - last_esq;
+        t0_[v][l] = static_cast<std::int32_t>(t0);
+        t1_[v][l] = static_cast<std::int32_t>(t1);
+        width_ = std::max(width_, t1 - t0);
         ++count_;
-        return count_ == kLanes ? run() : 0;
+        if (count_ == kLanes) {
+            sum += run();
+        }
+        return true;
     }
 
     // Bisects the points added since the last run and returns the sum of
@@ -248,62 +285,58 @@ public:
         if (count_ == 0) {
             return 0;
         }
-        for (int k = count_; k < kLanes; ++k) {  // idle lanes stop at once
+        for (int k = count_; k < kLanes; ++k) {  // idle lanes: an empty bracket
             const int v = k / 4;
             const int l = k % 4;
             t0_[v][l] = 0;
             t1_[v][l] = 0;
             for (int i = 0; i < 3; ++i) {
-                esq_[i][v][l] = 0;
+                esq_[i][v][l] = kUnusedEsq;
                 eyf_[i][v][l] = 0.0F;
             }
         }
-        // The bracket halves with each step: from below 2^28 it closes
-        // within 30 steps, far inside the scalar bound.
-        for (int it = 0; it < kBisections; ++it) {
-            V4i any = V4i{};
+        // A bracket w wide is at most 1 wide after bit_width (w) halvings,
+        // and then its midpoint is its lower end, where bisector stops.
+        int steps = 0;
+        for (i64 w = width_; w > 0; w >>= 1) {
+            ++steps;
+        }
+        for (int it = 0; it < steps; ++it) {
             for (int v = 0; v < kVectors; ++v) {
-                any |= step(v);
-            }
-            if ((any[0] | any[1] | any[2] | any[3]) == 0) {
-                break;
+                step(v);
             }
         }
         i64 sum = 0;
         for (int k = 0; k < count_; ++k) {
             const std::int32_t a = t0_[k / 4][k % 4];
             const std::int32_t b = t1_[k / 4][k % 4];
-            sum += surface(k, (a >> 1) + (b >> 1) + (a & b & 1));
+            sum += surface(k, (a + b) >> 1);
         }
         count_ = 0;
+        width_ = 0;
         return sum;
     }
 
 private:
-    // One bisection step of the four lanes of vector v, as bisector takes
-    // it. A lane whose midpoint is an end or whose F is 0 keeps its
-    // bracket from then on, so its midpoint stays the t it stopped at.
-    // Returns the lanes that moved.
-    V4i step(int v) {
+    // One bisection step of the four lanes of vector v. The bracket
+    // [a, b] (a <= b, a + b within int32) moves to the midpoint as in
+    // bisector. Where F is 0 it stays, so its midpoint stays the t that
+    // bisector stops at; where the midpoint is a, the bracket shrinks to
+    // [a, a] at most, and the midpoint stays a, where bisector stops too.
+    void step(int v) {
         const V4i a = t0_[v];
         const V4i b = t1_[v];
-        const V4i mid = (a >> 1) + (b >> 1) + (a & b & 1);
+        const V4i mid = (a + b) >> 1;
         V4f sq = V4f{};
+#pragma GCC unroll 3
         for (int i = 0; i < 3; ++i) {
-            const V4i q = (mid + esq_[i][v]) >> 10;
-            // For q of 0 the term is ey^2 2^20: dividing by 2^-10 gives
-            // |ey| 2^10, that is 0, exactly 2^10, or beyond the clamp.
-            const V4f qf = q == 0 ? kTiny : __builtin_convertvector(q, V4f);
-            const V4f quo = eyf_[i][v] / qf;
-            V4f mag = reinterpret_cast<V4f>(reinterpret_cast<V4i>(quo) & kAbsMask);
-            mag = mag < kClamp ? mag : kClamp;
-            mag = __builtin_convertvector(__builtin_convertvector(mag, V4i), V4f);
-            sq += mag * mag;  // below 2^22: exact
+            const V4f q = __builtin_convertvector((mid + esq_[i][v]) >> 10, V4f);
+            const V4i quo = __builtin_convertvector(eyf_[i][v] / q, V4i);
+            const V4f quof = __builtin_convertvector(quo, V4f);
+            sq += quof * quof;
         }
-        const V4i moving = (mid != a) & (mid != b) & (sq != kOneF);
-        t0_[v] = moving & (sq > kOneF) ? mid : a;
-        t1_[v] = moving & (sq < kOneF) ? mid : b;
-        return moving;
+        t0_[v] = sq > kOneF ? mid : a;
+        t1_[v] = sq < kOneF ? mid : b;
     }
 
     // The squared distance of point k once its bisection ended at t.
@@ -313,11 +346,9 @@ private:
         i64 r = 0;
         for (int i = 0; i < n_[k]; ++i) {
             const i64 esq = esq_[i][v][l];
-            const i64 den = i64{t} + esq;
+            const i64 den = i64{t} + esq;  // 2^10 at least
             const i64 num = esq * y_[k][i];  // below 2^37: exact as a double
-            const i64 x = den != 0 ? static_cast<i64>(static_cast<double>(num) /
-                                                      static_cast<double>(den))
-                                   : num;
+            const auto x = static_cast<i64>(static_cast<double>(num) / static_cast<double>(den));
             r = fit::sat_add(r, fit::sat_sq(x - y_[k][i]));
         }
         return fit::clamp32(r);
@@ -330,6 +361,7 @@ private:
     i64 y_[kLanes][3] = {};
     int n_[kLanes] = {};
     int count_ = 0;
+    i64 width_ = 0;
 };
 
 }  // namespace
@@ -339,18 +371,25 @@ std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)
     if (p == nullptr || points == nullptr) {
         return 0;
     }
-    int order[3];
-    axis_order(p, order);
-    const i64 sc = s < 1 ? 1 : s;
+    const Frame f = make_frame(p, s < 1 ? 1 : s);
     LaneBatch batch;
     i64 sum = 0;
     for (int i = 0; i < count; ++i) {
-        const Setup st = setup(p, order, points[i], sc);
+        i64 d[3];
+        for (int j = 0; j < 3; ++j) {
+            d[j] = fit::abs64(i64{points[i][f.order[j]]} - f.centre[j]);
+        }
+        if (d[0] > 0 && d[1] > 0 && d[2] > 0) {  // the usual case: setup in short
+            const i64 y[3] = {scaled(f, d[0]), scaled(f, d[1]), scaled(f, d[2])};
+            if (!batch.add(3, f.e, y, sum)) {
+                sum += bisector(3, f.e, y);
+            }
+            continue;
+        }
+        const Setup st = setup(f, points[i]);
         if (!st.bisect) {
             sum += fit::clamp32(st.value);
-        } else if (fits_lane(st)) {
-            sum += batch.add(st);
-        } else {
+        } else if (!batch.add(st.n, st.e, st.y, sum)) {
             sum += bisector(st.n, st.e, st.y);
         }
     }
