@@ -9,6 +9,7 @@
 // term is (e_i y_i / ((t + e_i^2) >> 10))^2 against 2^20.
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <utility>
 
@@ -241,15 +242,69 @@ bool fits_lane(int n, const i64* e, const i64* y) {
     return last >= 0 && last * y[n - 1] >= kLaneMinEy;
 }
 
+// Distances found before, by their exact inputs: the search meets the same
+// scaled semi-axes and offsets again and again across its probes and
+// sweeps. Only points that fit a lane are kept; their numbers pack into
+// two words (n >= 1 makes the first one non-zero, so a zeroed entry is
+// empty). Direct-mapped: a new distance takes the place of the old one.
+class DistanceMemo {
+public:
+    struct Entry {
+        std::uint64_t a;
+        std::uint64_t b;
+        std::int32_t value;
+    };
+
+    static Entry key(int n, const i64* e, const i64* y) {
+        const auto u = [](i64 v) { return static_cast<std::uint64_t>(v); };
+        const i64 e1 = n > 1 ? e[1] : 0;
+        const i64 e2 = n > 2 ? e[2] : 0;
+        const i64 y1 = n > 1 ? y[1] : 0;
+        const i64 y2 = n > 2 ? y[2] : 0;
+        return Entry{u(y[0]) | u(y1) << 24 | u(e[0]) << 48 | u(n) << 61,
+                     u(y2) | u(e1) << 24 | u(e2) << 37, 0};
+    }
+
+    Entry& slot(const Entry& k) {
+        const std::uint64_t h = (k.a * 0x9E3779B97F4A7C15ULL) ^ (k.b * 0xC2B2AE3D27D4EB4FULL);
+        return entries_[h >> (64 - kBits)];
+    }
+
+private:
+    static constexpr int kBits = 12;
+    Entry entries_[std::size_t{1} << kBits];
+};
+
+// The process's memo, used by one sum at a time: a sum that finds it taken
+// (another thread fitting) goes without.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+DistanceMemo g_memo;
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+std::atomic_flag g_memo_taken = ATOMIC_FLAG_INIT;
+
 // Up to sixteen points in lanes, bisected together once the batch is full.
 class LaneBatch {
 public:
+    explicit LaneBatch(DistanceMemo* memo) : memo_(memo) {}
+
     // Takes the point if fits_lane accepts it and adds to sum the
     // distances of the batch when it is full.
     bool add(int n, const i64* e, const i64* y, i64& sum) {
         if (!fits_lane(n, e, y)) {
             return false;
         }
+        DistanceMemo::Entry* entry = nullptr;
+        DistanceMemo::Entry key{};
+        if (memo_ != nullptr) {
+            key = DistanceMemo::key(n, e, y);
+            entry = &memo_->slot(key);
+            if (entry->a == key.a && entry->b == key.b) {
+                sum += entry->value;
+                return true;
+            }
+        }
+        entry_[count_] = entry;
+        key_[count_] = key;
         const int v = count_ / 4;
         const int l = count_ % 4;
         n_[count_] = n;
@@ -310,7 +365,12 @@ public:
         for (int k = 0; k < count_; ++k) {
             const std::int32_t a = t0_[k / 4][k % 4];
             const std::int32_t b = t1_[k / 4][k % 4];
-            sum += surface(k, (a + b) >> 1);
+            const std::int32_t d = surface(k, (a + b) >> 1);
+            if (entry_[k] != nullptr) {
+                *entry_[k] = key_[k];
+                entry_[k]->value = d;
+            }
+            sum += d;
         }
         count_ = 0;
         width_ = 0;
@@ -340,7 +400,7 @@ private:
     }
 
     // The squared distance of point k once its bisection ended at t.
-    i64 surface(int k, std::int32_t t) const {
+    std::int32_t surface(int k, std::int32_t t) const {
         const int v = k / 4;
         const int l = k % 4;
         i64 r = 0;
@@ -360,6 +420,9 @@ private:
     V4f eyf_[3][kVectors] = {};
     i64 y_[kLanes][3] = {};
     int n_[kLanes] = {};
+    DistanceMemo::Entry* entry_[kLanes] = {};
+    DistanceMemo::Entry key_[kLanes] = {};
+    DistanceMemo* memo_;
     int count_ = 0;
     i64 width_ = 0;
 };
@@ -372,7 +435,8 @@ std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)
         return 0;
     }
     const Frame f = make_frame(p, s < 1 ? 1 : s);
-    LaneBatch batch;
+    const bool own_memo = !g_memo_taken.test_and_set(std::memory_order_acquire);
+    LaneBatch batch(own_memo ? &g_memo : nullptr);
     i64 sum = 0;
     for (int i = 0; i < count; ++i) {
         i64 d[3];
@@ -393,7 +457,11 @@ std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)
             sum += bisector(st.n, st.e, st.y);
         }
     }
-    return sum + batch.run();
+    sum += batch.run();
+    if (own_memo) {
+        g_memo_taken.clear(std::memory_order_release);
+    }
+    return sum;
 }
 
 }  // namespace imu
