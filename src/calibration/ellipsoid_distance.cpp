@@ -124,6 +124,13 @@ struct Frame {
     i64 e[3];
     i64 sc;
     double scd;
+    // For points off all three centre planes: the semi-axes suit the lanes
+    // (0 <= e2 <= e1, e0 < 2^13 and e2 <= e0), their squares, and their
+    // part of the memo key.
+    bool lanes3;
+    std::int32_t esq[3];
+    std::uint64_t key_a;
+    std::uint64_t key_b;
 };
 
 Frame make_frame(const std::int32_t* p, i64 sc) {
@@ -135,6 +142,16 @@ Frame make_frame(const std::int32_t* p, i64 sc) {
     }
     f.sc = sc;
     f.scd = static_cast<double>(sc);
+    f.lanes3 = f.e[2] >= 0 && f.e[1] >= f.e[2] && f.e[0] >= f.e[2] && f.e[0] < (i64{1} << 13) &&
+               f.e[1] < (i64{1} << 13);
+    if (f.lanes3) {
+        for (int j = 0; j < 3; ++j) {
+            f.esq[j] = static_cast<std::int32_t>(f.e[j] * f.e[j]);
+        }
+        const auto u = [](i64 v) { return static_cast<std::uint64_t>(v); };
+        f.key_a = u(f.e[0]) << 48 | u(3) << 61;
+        f.key_b = u(f.e[1]) << 24 | u(f.e[2]) << 37;
+    }
     return f;
 }
 
@@ -334,6 +351,47 @@ public:
         return true;
     }
 
+    // The same for a point off all three centre planes of an ellipsoid
+    // with lanes3 set, with its scaled offsets y.
+    bool add3(const Frame& f, const i64* y, i64& sum) {
+        const i64 ey[3] = {f.e[0] * y[0], f.e[1] * y[1], f.e[2] * y[2]};  // below 2^46
+        const i64 ey_max = std::max(std::max(ey[0], ey[1]), ey[2]);
+        if ((y[0] | y[1] | y[2]) >= kLaneMaxEy || ey_max >= kLaneMaxEy || ey[2] < kLaneMinEy) {
+            return false;
+        }
+        DistanceMemo::Entry* entry = nullptr;
+        DistanceMemo::Entry key{};
+        if (memo_ != nullptr) {
+            const auto u = [](i64 v) { return static_cast<std::uint64_t>(v); };
+            key = DistanceMemo::Entry{u(y[0]) | u(y[1]) << 24 | f.key_a, u(y[2]) | f.key_b, 0};
+            entry = &memo_->slot(key);
+            if (entry->a == key.a && entry->b == key.b) {
+                sum += entry->value;
+                return true;
+            }
+        }
+        entry_[count_] = entry;
+        key_[count_] = key;
+        const int v = count_ / 4;
+        const int l = count_ % 4;
+        n_[count_] = 3;
+        for (int i = 0; i < 3; ++i) {
+            y_[count_][i] = y[i];
+            esq_[i][v][l] = f.esq[i];
+            eyf_[i][v][l] = static_cast<float>(ey[i]);
+        }
+        const i64 t0 = ey[2] - f.esq[2];
+        const i64 t1 = 2 * ey_max - f.esq[2];
+        t0_[v][l] = static_cast<std::int32_t>(t0);
+        t1_[v][l] = static_cast<std::int32_t>(t1);
+        width_ = std::max(width_, t1 - t0);
+        ++count_;
+        if (count_ == kLanes) {
+            sum += run();
+        }
+        return true;
+    }
+
     // Bisects the points added since the last run and returns the sum of
     // their distances.
     i64 run() {
@@ -445,7 +503,7 @@ std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)
         }
         if (d[0] > 0 && d[1] > 0 && d[2] > 0) {  // the usual case: setup in short
             const i64 y[3] = {scaled(f, d[0]), scaled(f, d[1]), scaled(f, d[2])};
-            if (!batch.add(3, f.e, y, sum)) {
+            if (!(f.lanes3 ? batch.add3(f, y, sum) : batch.add(3, f.e, y, sum))) {
                 sum += bisector(3, f.e, y);
             }
             continue;
