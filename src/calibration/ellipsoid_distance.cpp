@@ -235,15 +235,32 @@ namespace {
 // back to 2^20, so the sign of F is always right. Other points take the
 // scalar bisector.
 
-using V4i = std::int32_t __attribute__((vector_size(16)));
-using V4f = float __attribute__((vector_size(16)));
+// Lanes of W 32-bit numbers: 4 (128-bit vectors) everywhere, 8 (256-bit)
+// where the processor has them.
+template <int W>
+struct Lanes;
+template <>
+struct Lanes<4> {
+    using I = std::int32_t __attribute__((vector_size(16)));
+    using F = float __attribute__((vector_size(16)));
+};
+template <>
+struct Lanes<8> {
+    using I = std::int32_t __attribute__((vector_size(32)));
+    using F = float __attribute__((vector_size(32)));
+};
+
+#if defined(__x86_64__)
+#define IMU_WIDE_LANES 1
+#else
+#define IMU_WIDE_LANES 0
+#endif
 
 constexpr i64 kLaneMaxE = i64{1} << 13;
 constexpr i64 kLaneMaxEy = i64{1} << 24;
 constexpr i64 kLaneMinEy = i64{1} << 10;
 constexpr std::int32_t kUnusedEsq = std::int32_t{1} << 26;  // q >= 1 and a term of 0
-constexpr int kVectors = 4;
-constexpr int kLanes = 4 * kVectors;
+constexpr int kLanes = 16;
 constexpr float kOneF = 1048576.0F;  // 2^20
 
 bool fits_lane(int n, const i64* e, const i64* y) {
@@ -300,7 +317,12 @@ DistanceMemo g_memo;
 std::atomic_flag g_memo_taken = ATOMIC_FLAG_INIT;
 
 // Up to sixteen points in lanes, bisected together once the batch is full.
+template <int W>
 class LaneBatch {
+    using V4i = typename Lanes<W>::I;
+    using V4f = typename Lanes<W>::F;
+    static constexpr int kVectors = kLanes / W;
+
 public:
     explicit LaneBatch(DistanceMemo* memo) : memo_(memo) {}
 
@@ -322,8 +344,8 @@ public:
         }
         entry_[count_] = entry;
         key_[count_] = key;
-        const int v = count_ / 4;
-        const int l = count_ % 4;
+        const int v = count_ / W;
+        const int l = count_ % W;
         n_[count_] = n;
         i64 ey_max = 0;
         for (int i = 0; i < 3; ++i) {
@@ -372,8 +394,8 @@ public:
         }
         entry_[count_] = entry;
         key_[count_] = key;
-        const int v = count_ / 4;
-        const int l = count_ % 4;
+        const int v = count_ / W;
+        const int l = count_ % W;
         n_[count_] = 3;
         for (int i = 0; i < 3; ++i) {
             y_[count_][i] = y[i];
@@ -399,8 +421,8 @@ public:
             return 0;
         }
         for (int k = count_; k < kLanes; ++k) {  // idle lanes: an empty bracket
-            const int v = k / 4;
-            const int l = k % 4;
+            const int v = k / W;
+            const int l = k % W;
             t0_[v][l] = 0;
             t1_[v][l] = 0;
             for (int i = 0; i < 3; ++i) {
@@ -414,15 +436,11 @@ public:
         for (i64 w = width_; w > 0; w >>= 1) {
             ++steps;
         }
-        for (int it = 0; it < steps; ++it) {
-            for (int v = 0; v < kVectors; ++v) {
-                step(v);
-            }
-        }
+        bisect(steps);
         i64 sum = 0;
         for (int k = 0; k < count_; ++k) {
-            const std::int32_t a = t0_[k / 4][k % 4];
-            const std::int32_t b = t1_[k / 4][k % 4];
+            const std::int32_t a = t0_[k / W][k % W];
+            const std::int32_t b = t1_[k / W][k % W];
             const std::int32_t d = surface(k, (a + b) >> 1);
             if (entry_[k] != nullptr) {
                 *entry_[k] = key_[k];
@@ -435,13 +453,22 @@ public:
         return sum;
     }
 
+    // Steps every lane steps times.
+    void bisect(int steps) {
+        for (int it = 0; it < steps; ++it) {
+            for (int v = 0; v < kVectors; ++v) {
+                step(v);
+            }
+        }
+    }
+
 private:
     // One bisection step of the four lanes of vector v. The bracket
     // [a, b] (a <= b, a + b within int32) moves to the midpoint as in
     // bisector. Where F is 0 it stays, so its midpoint stays the t that
     // bisector stops at; where the midpoint is a, the bracket shrinks to
     // [a, a] at most, and the midpoint stays a, where bisector stops too.
-    void step(int v) {
+    __attribute__((always_inline)) void step(int v) {
         const V4i a = t0_[v];
         const V4i b = t1_[v];
         const V4i mid = (a + b) >> 1;
@@ -459,8 +486,8 @@ private:
 
     // The squared distance of point k once its bisection ended at t.
     std::int32_t surface(int k, std::int32_t t) const {
-        const int v = k / 4;
-        const int l = k % 4;
+        const int v = k / W;
+        const int l = k % W;
         i64 r = 0;
         for (int i = 0; i < n_[k]; ++i) {
             const i64 esq = esq_[i][v][l];
@@ -485,16 +512,21 @@ private:
     i64 width_ = 0;
 };
 
-}  // namespace
-
-std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)[3], int count,
-                             std::int32_t s) noexcept {
-    if (p == nullptr || points == nullptr) {
-        return 0;
+#if IMU_WIDE_LANES
+// The eight-lane steps, in 256-bit instructions.
+template <>
+__attribute__((target("avx2"))) void LaneBatch<8>::bisect(int steps) {
+    for (int it = 0; it < steps; ++it) {
+        for (int v = 0; v < kVectors; ++v) {
+            step(v);
+        }
     }
-    const Frame f = make_frame(p, s < 1 ? 1 : s);
-    const bool own_memo = !g_memo_taken.test_and_set(std::memory_order_acquire);
-    LaneBatch batch(own_memo ? &g_memo : nullptr);
+}
+#endif
+
+template <int W>
+i64 sum_distances(const Frame& f, const std::int32_t (*points)[3], int count, DistanceMemo* memo) {
+    LaneBatch<W> batch(memo);
     i64 sum = 0;
     for (int i = 0; i < count; ++i) {
         i64 d[3];
@@ -515,7 +547,30 @@ std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)
             sum += bisector(st.n, st.e, st.y);
         }
     }
-    sum += batch.run();
+    return sum + batch.run();
+}
+
+bool wide_lanes() {
+#if IMU_WIDE_LANES
+    static const bool wide = __builtin_cpu_supports("avx2") != 0;
+    return wide;
+#else
+    return false;
+#endif
+}
+
+}  // namespace
+
+std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)[3], int count,
+                             std::int32_t s) noexcept {
+    if (p == nullptr || points == nullptr) {
+        return 0;
+    }
+    const Frame f = make_frame(p, s < 1 ? 1 : s);
+    const bool own_memo = !g_memo_taken.test_and_set(std::memory_order_acquire);
+    DistanceMemo* memo = own_memo ? &g_memo : nullptr;
+    const i64 sum = wide_lanes() ? sum_distances<8>(f, points, count, memo)
+                                 : sum_distances<4>(f, points, count, memo);
     if (own_memo) {
         g_memo_taken.clear(std::memory_order_release);
     }
