@@ -262,6 +262,9 @@ constexpr i64 kLaneMinEy = i64{1} << 10;
 constexpr std::int32_t kUnusedEsq = std::int32_t{1} << 26;  // q >= 1 and a term of 0
 constexpr int kLanes = 16;
 constexpr float kOneF = 1048576.0F;  // 2^20
+constexpr float kTiny = 1.0F / 1024.0F;
+constexpr float kClamp = 1025.0F;
+constexpr std::int32_t kAbsMask = 0x7FFFFFFF;
 
 bool fits_lane(int n, const i64* e, const i64* y) {
     if (n < 1) {
@@ -274,6 +277,24 @@ bool fits_lane(int n, const i64* e, const i64* y) {
         }
     }
     return last >= 0 && last * y[n - 1] >= kLaneMinEy;
+}
+
+// The general lanes take any point with |e| < 2^13 and |e y| < 2^24 (the
+// same exact quotients), at the cost of handling q <= 0 in every step: a
+// negative q gives the quotient's magnitude, and for q of 0 the term
+// ey^2 2^20 is 0, exactly 2^20, or more. The terms are clamped at 1025^2,
+// which keeps the sign of F and the sum exact.
+bool fits_general_lane(int n, const i64* e, const i64* y) {
+    if (n < 1) {
+        return false;
+    }
+    for (int i = 0; i < n; ++i) {
+        if (fit::abs64(e[i]) >= kLaneMaxE || y[i] >= kLaneMaxEy ||
+            fit::abs64(e[i]) * y[i] >= kLaneMaxEy) {
+            return false;
+        }
+    }
+    return true;
 }
 
 // Distances found before, by their exact inputs: the search meets the same
@@ -329,12 +350,18 @@ public:
     // Takes the point if fits_lane accepts it and adds to sum the
     // distances of the batch when it is full.
     bool add(int n, const i64* e, const i64* y, i64& sum) {
-        if (!fits_lane(n, e, y)) {
+        const bool simple = fits_lane(n, e, y);
+        if (!simple && !fits_general_lane(n, e, y)) {
             return false;
         }
+        bool keyed = memo_ != nullptr;
+        for (int i = 0; i < n; ++i) {
+            keyed = keyed && e[i] >= 0;  // the key holds non-negative semi-axes
+        }
+        general_ = general_ || !simple;
         DistanceMemo::Entry* entry = nullptr;
         DistanceMemo::Entry key{};
-        if (memo_ != nullptr) {
+        if (keyed) {
             key = DistanceMemo::key(n, e, y);
             entry = &memo_->slot(key);
             if (entry->a == key.a && entry->b == key.b) {
@@ -347,7 +374,7 @@ public:
         const int v = count_ / W;
         const int l = count_ % W;
         n_[count_] = n;
-        i64 ey_max = 0;
+        i64 ey_max = e[0] * y[0];
         for (int i = 0; i < 3; ++i) {
             if (i < n) {
                 const i64 ey = e[i] * y[i];
@@ -365,7 +392,7 @@ public:
         const i64 t1 = 2 * ey_max - last_esq;
         t0_[v][l] = static_cast<std::int32_t>(t0);
         t1_[v][l] = static_cast<std::int32_t>(t1);
-        width_ = std::max(width_, t1 - t0);
+        width_ = std::max(width_, fit::abs64(t1 - t0));
         ++count_;
         if (count_ == kLanes) {
             sum += run();
@@ -450,6 +477,7 @@ public:
         }
         count_ = 0;
         width_ = 0;
+        general_ = false;
         return sum;
     }
 
@@ -457,7 +485,11 @@ public:
     void bisect(int steps) {
         for (int it = 0; it < steps; ++it) {
             for (int v = 0; v < kVectors; ++v) {
-                step(v);
+                if (general_) {
+                    step_general(v);
+                } else {
+                    step(v);
+                }
             }
         }
     }
@@ -484,6 +516,28 @@ private:
         t1_[v] = sq < kOneF ? mid : b;
     }
 
+    // The same step for a batch with general lanes. The bracket may also
+    // run downward (a > b) there: the midpoint still moves as in bisector,
+    // and where it is b the bracket shrinks to [b, b] at most.
+    __attribute__((always_inline)) void step_general(int v) {
+        const V4i a = t0_[v];
+        const V4i b = t1_[v];
+        const V4i mid = (a + b) >> 1;
+        V4f sq = V4f{};
+#pragma GCC unroll 3
+        for (int i = 0; i < 3; ++i) {
+            const V4i q = (mid + esq_[i][v]) >> 10;
+            const V4f qf = q == 0 ? kTiny : __builtin_convertvector(q, V4f);
+            const V4f quo = eyf_[i][v] / qf;
+            V4f mag = reinterpret_cast<V4f>(reinterpret_cast<V4i>(quo) & kAbsMask);
+            mag = mag < kClamp ? mag : kClamp;
+            mag = __builtin_convertvector(__builtin_convertvector(mag, V4i), V4f);
+            sq += mag * mag;
+        }
+        t0_[v] = sq > kOneF ? mid : a;
+        t1_[v] = sq < kOneF ? mid : b;
+    }
+
     // The squared distance of point k once its bisection ended at t.
     std::int32_t surface(int k, std::int32_t t) const {
         const int v = k / W;
@@ -491,9 +545,11 @@ private:
         i64 r = 0;
         for (int i = 0; i < n_[k]; ++i) {
             const i64 esq = esq_[i][v][l];
-            const i64 den = i64{t} + esq;  // 2^10 at least
+            const i64 den = i64{t} + esq;
             const i64 num = esq * y_[k][i];  // below 2^37: exact as a double
-            const auto x = static_cast<i64>(static_cast<double>(num) / static_cast<double>(den));
+            const i64 x = den != 0 ? static_cast<i64>(static_cast<double>(num) /
+                                                      static_cast<double>(den))
+                                   : num;
             r = fit::sat_add(r, fit::sat_sq(x - y_[k][i]));
         }
         return fit::clamp32(r);
@@ -510,6 +566,7 @@ private:
     DistanceMemo* memo_;
     int count_ = 0;
     i64 width_ = 0;
+    bool general_ = false;
 };
 
 #if IMU_WIDE_LANES
@@ -518,7 +575,11 @@ template <>
 __attribute__((target("avx2"))) void LaneBatch<8>::bisect(int steps) {
     for (int it = 0; it < steps; ++it) {
         for (int v = 0; v < kVectors; ++v) {
-            step(v);
+            if (general_) {
+                step_general(v);
+            } else {
+                step(v);
+            }
         }
     }
 }
@@ -535,7 +596,7 @@ i64 sum_distances(const Frame& f, const std::int32_t (*points)[3], int count, Di
         }
         if (d[0] > 0 && d[1] > 0 && d[2] > 0) {  // the usual case: setup in short
             const i64 y[3] = {scaled(f, d[0]), scaled(f, d[1]), scaled(f, d[2])};
-            if (!(f.lanes3 ? batch.add3(f, y, sum) : batch.add(3, f.e, y, sum))) {
+            if (!(f.lanes3 && batch.add3(f, y, sum)) && !batch.add(3, f.e, y, sum)) {
                 sum += bisector(3, f.e, y);
             }
             continue;
