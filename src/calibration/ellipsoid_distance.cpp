@@ -23,6 +23,7 @@ using fit::i64;
 
 constexpr int kBisections = 256;
 constexpr i64 kOne = i64{1} << 20;  // 1.0 in the squared fixed point
+constexpr i64 kLaneMaxE = i64{1} << 14;  // semi-axes the vector lanes take, below
 
 // F(t) * 2^20 for one axis term, and its sum: exact where it fits, and
 // saturated (same sign) where it would not.
@@ -125,7 +126,7 @@ struct Frame {
     i64 sc;
     double scd;
     // For points off all three centre planes: the semi-axes suit the lanes
-    // (0 <= e2 <= e1, e0 < 2^13 and e2 <= e0), their squares, and their
+    // (0 <= e2 <= e1, e0 < 2^14 and e2 <= e0), their squares, and their
     // part of the memo key.
     bool lanes3;
     std::int32_t esq[3];
@@ -142,15 +143,15 @@ Frame make_frame(const std::int32_t* p, i64 sc) {
     }
     f.sc = sc;
     f.scd = static_cast<double>(sc);
-    f.lanes3 = f.e[2] >= 0 && f.e[1] >= f.e[2] && f.e[0] >= f.e[2] && f.e[0] < (i64{1} << 13) &&
-               f.e[1] < (i64{1} << 13);
+    f.lanes3 = f.e[2] >= 0 && f.e[1] >= f.e[2] && f.e[0] >= f.e[2] && f.e[0] < kLaneMaxE &&
+               f.e[1] < kLaneMaxE;
     if (f.lanes3) {
         for (int j = 0; j < 3; ++j) {
             f.esq[j] = static_cast<std::int32_t>(f.e[j] * f.e[j]);
         }
         const auto u = [](i64 v) { return static_cast<std::uint64_t>(v); };
-        f.key_a = u(f.e[0]) << 48 | u(3) << 61;
-        f.key_b = u(f.e[1]) << 24 | u(f.e[2]) << 37;
+        f.key_a = u(f.e[0]) << 48 | u(3) << 62;
+        f.key_b = u(f.e[1]) << 24 | u(f.e[2]) << 38;
     }
     return f;
 }
@@ -224,7 +225,7 @@ namespace {
 // different points overlap and the divisions share one instruction.
 //
 // A point takes a lane when every step is exact in 32-bit lanes:
-// - 0 <= e < 2^13 and e y < 2^24 keep t and t + e^2 within int32, and make
+// - 0 <= e < 2^14 and e y < 2^24 keep t and t + e^2 within int32, and make
 //   the float quotient ey / q, cut toward zero, the integer quotient (a
 //   quotient of integers below 2^24 never rounds across an integer);
 // - e y >= 2^10 along the smallest axis, with e^2 no smaller there than
@@ -256,7 +257,6 @@ struct Lanes<8> {
 #define IMU_WIDE_LANES 0
 #endif
 
-constexpr i64 kLaneMaxE = i64{1} << 13;
 constexpr i64 kLaneMaxEy = i64{1} << 24;
 constexpr i64 kLaneMinEy = i64{1} << 10;
 constexpr std::int32_t kUnusedEsq = std::int32_t{1} << 26;  // q >= 1 and a term of 0
@@ -279,7 +279,7 @@ bool fits_lane(int n, const i64* e, const i64* y) {
     return last >= 0 && last * y[n - 1] >= kLaneMinEy;
 }
 
-// The general lanes take any point with |e| < 2^13 and |e y| < 2^24 (the
+// The general lanes take any point with |e| < 2^14 and |e y| < 2^24 (the
 // same exact quotients), at the cost of handling q <= 0 in every step: a
 // negative q gives the quotient's magnitude, and for q of 0 the term
 // ey^2 2^20 is 0, exactly 2^20, or more. The terms are clamped at 1025^2,
@@ -316,8 +316,8 @@ public:
         const i64 e2 = n > 2 ? e[2] : 0;
         const i64 y1 = n > 1 ? y[1] : 0;
         const i64 y2 = n > 2 ? y[2] : 0;
-        return Entry{u(y[0]) | u(y1) << 24 | u(e[0]) << 48 | u(n) << 61,
-                     u(y2) | u(e1) << 24 | u(e2) << 37, 0};
+        return Entry{u(y[0]) | u(y1) << 24 | u(e[0]) << 48 | u(n) << 62,
+                     u(y2) | u(e1) << 24 | u(e2) << 38, 0};
     }
 
     Entry& slot(const Entry& k) {
@@ -546,7 +546,7 @@ private:
         for (int i = 0; i < n_[k]; ++i) {
             const i64 esq = esq_[i][v][l];
             const i64 den = i64{t} + esq;
-            const i64 num = esq * y_[k][i];  // below 2^37: exact as a double
+            const i64 num = esq * y_[k][i];  // e (e y), below 2^38: exact as a double
             const i64 x = den != 0 ? static_cast<i64>(static_cast<double>(num) /
                                                       static_cast<double>(den))
                                    : num;
