@@ -92,10 +92,11 @@ void BM_CalculateBiasScattered(benchmark::State& state) {
 }
 BENCHMARK(BM_CalculateBiasScattered)->Unit(benchmark::kMillisecond)->Iterations(3);
 
-// The slowest input found: accelerometer numbers near the top of the
-// 32-bit range once multiplied by 1000 (a run times 10^5) and magnetometer
-// numbers spread over a cube of +-10^6. Both fits use about 5700 of their
-// 6300 pass iterations, and the wide numbers lengthen each bisection.
+// Wide numbers: accelerometer numbers near the top of the 32-bit range once
+// multiplied by 1000 (a run times 10^5) and magnetometer numbers spread
+// over a cube of +-10^6. Both fits use about 5700 of their 6300 pass
+// iterations; this was the slowest input of the one-point-at-a-time
+// bisection.
 void BM_CalculateBiasWorstFound(benchmark::State& state) {
     CalibRun run = imu::test::make_calib_run();
     unsigned seed = 1;
@@ -110,9 +111,9 @@ void BM_CalculateBiasWorstFound(benchmark::State& state) {
 }
 BENCHMARK(BM_CalculateBiasWorstFound)->Unit(benchmark::kMillisecond)->Iterations(3);
 
-// Samples that hardly move along z: the smallest semi-axis and the
-// offsets along it are a few units of the scale divisor, so the bisections
-// leave the vector lanes for the scalar path.
+// Samples that hardly move along z: the slowest input found. The fit
+// drives the x semi-axis past the numbers the vector lanes take (2^14
+// units of the scale divisor), so many bisections run one at a time.
 void BM_CalculateBiasFlatZ(benchmark::State& state) {
     CalibRun run = imu::test::make_calib_run();
     unsigned seed = 7;

@@ -622,20 +622,25 @@ bool wide_lanes() {
 
 }  // namespace
 
-std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)[3], int count,
-                             std::int32_t s) noexcept {
+std::int64_t summed_distance_lanes(const std::int32_t* p, const std::int32_t (*points)[3], int count,
+                                   std::int32_t s, int width) noexcept {
     if (p == nullptr || points == nullptr) {
         return 0;
     }
     const Frame f = make_frame(p, s < 1 ? 1 : s);
     const bool own_memo = !g_memo_taken.test_and_set(std::memory_order_acquire);
     DistanceMemo* memo = own_memo ? &g_memo : nullptr;
-    const i64 sum = wide_lanes() ? sum_distances<8>(f, points, count, memo)
-                                 : sum_distances<4>(f, points, count, memo);
+    const i64 sum = width == 8 && wide_lanes() ? sum_distances<8>(f, points, count, memo)
+                                               : sum_distances<4>(f, points, count, memo);
     if (own_memo) {
         g_memo_taken.clear(std::memory_order_release);
     }
     return sum;
+}
+
+std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)[3], int count,
+                             std::int32_t s) noexcept {
+    return summed_distance_lanes(p, points, count, s, 8);
 }
 
 }  // namespace imu

@@ -69,4 +69,10 @@ std::int32_t bisector(int n, const std::int64_t* e, const std::int64_t* y) noexc
 std::int64_t summed_distance(const std::int32_t* p, const std::int32_t (*points)[3], int count,
                              std::int32_t s) noexcept;
 
+// The same sum in vector lanes of the given width: 8 where the processor
+// has 256-bit vectors (AVX2), else 4, which summed_distance uses on other
+// processors. Results do not depend on the width.
+std::int64_t summed_distance_lanes(const std::int32_t* p, const std::int32_t (*points)[3], int count,
+                                   std::int32_t s, int width) noexcept;
+
 }  // namespace imu

@@ -128,6 +128,10 @@ TEST_P(DistanceMatches, PointByPointAndSummed) {
                 << " " << q[1] << " " << q[2];
             sum += d;
         }
+        // Four lanes first: the second sum finds the first one's distances
+        // remembered.
+        ASSERT_EQ(imu::summed_distance_lanes(c->p, c->q, imu::kCalibSamples, c->s, 4), sum)
+            << "set " << set;
         ASSERT_EQ(imu::summed_distance(c->p, c->q, imu::kCalibSamples, c->s), sum) << "set " << set;
     }
 }
@@ -166,7 +170,7 @@ struct RunCase {
     float acc_factor;  // applied to every accelerometer value
     float mag_factor;
     int bad;  // 0 none, 1 scattered radially, 2 flat z, 3 all equal, 4 NaN and inf,
-              // 5 magnetometer spread over a cube of +-10^6
+              // 5 magnetometer spread over a cube of +-10^6, 6 z nearly flat
 };
 
 imu::test::CalibRunSetup random_setup(unsigned seed) {
@@ -201,6 +205,10 @@ void fill(imu::calibrator_data_struct& ws, const RunCase& rc) {
             } else if (rc.bad == 3) {
                 a = 1.5F;
                 m = 20.0F;
+            } else if (rc.bad == 6 && k == 2) {
+                const float jitter = static_cast<float>(cube.unit() * 2.0 - 1.0);
+                a = 0.5F + 0.02F * jitter;
+                m = 40.0F + 0.2F * jitter;
             } else if (rc.bad == 5) {
                 m = static_cast<float>(1e6 * (cube.unit() * 2.0 - 1.0));
             } else if (rc.bad == 4 && i % 50 == 7) {
@@ -251,6 +259,7 @@ INSTANTIATE_TEST_SUITE_P(
                     RunCase{"WideCube", {}, 1e5F, 1.0F, 5},
                     RunCase{"Scattered", {}, 1.0F, 1.0F, 1},
                     RunCase{"FlatAxis", {}, 1.0F, 1.0F, 2},
+                    RunCase{"NearlyFlat", {}, 1.0F, 1.0F, 6},
                     RunCase{"AllEqual", {}, 1.0F, 1.0F, 3},
                     RunCase{"NotANumber", {}, 1.0F, 1.0F, 4}),
     run_name);
