@@ -23,7 +23,7 @@ using fit::i64;
 
 constexpr int kBisections = 256;
 constexpr i64 kOne = i64{1} << 20;  // 1.0 in the squared fixed point
-constexpr i64 kLaneMaxE = i64{1} << 14;  // semi-axes the vector lanes take, below
+constexpr i64 kLaneMaxE = i64{1} << 15;  // semi-axes the vector lanes take, below
 
 // F(t) * 2^20 for one axis term, and its sum: exact where it fits, and
 // saturated (same sign) where it would not.
@@ -126,7 +126,7 @@ struct Frame {
     i64 sc;
     double scd;
     // For points off all three centre planes: the semi-axes suit the lanes
-    // (0 <= e2 <= e1, e0 < 2^14 and e2 <= e0), their squares, and their
+    // (0 <= e2 <= e1, e0 < 2^15 and e2 <= e0), their squares, and their
     // part of the memo key.
     bool lanes3;
     std::int32_t esq[3];
@@ -150,8 +150,8 @@ Frame make_frame(const std::int32_t* p, i64 sc) {
             f.esq[j] = static_cast<std::int32_t>(f.e[j] * f.e[j]);
         }
         const auto u = [](i64 v) { return static_cast<std::uint64_t>(v); };
-        f.key_a = u(f.e[0]) << 48 | u(3) << 62;
-        f.key_b = u(f.e[1]) << 24 | u(f.e[2]) << 38;
+        f.key_a = u(f.e[0]) << 48;
+        f.key_b = u(f.e[1]) << 24 | u(f.e[2]) << 39 | u(3) << 54;
     }
     return f;
 }
@@ -225,7 +225,8 @@ namespace {
 // different points overlap and the divisions share one instruction.
 //
 // A point takes a lane when every step is exact in 32-bit lanes:
-// - 0 <= e < 2^14 and e y < 2^24 keep t and t + e^2 within int32, and make
+// - 0 <= e < 2^15 and e y < 2^24 keep t, t0 + t1 and t + e^2 within int32
+//   (t0 = e y - e^2 > -2^30 and t1 >= t0), and make
 //   the float quotient ey / q, cut toward zero, the integer quotient (a
 //   quotient of integers below 2^24 never rounds across an integer);
 // - e y >= 2^10 along the smallest axis, with e^2 no smaller there than
@@ -279,7 +280,7 @@ bool fits_lane(int n, const i64* e, const i64* y) {
     return last >= 0 && last * y[n - 1] >= kLaneMinEy;
 }
 
-// The general lanes take any point with |e| < 2^14 and |e y| < 2^24 (the
+// The general lanes take any point with |e| < 2^15 and |e y| < 2^24 (the
 // same exact quotients), at the cost of handling q <= 0 in every step: a
 // negative q gives the quotient's magnitude, and for q of 0 the term
 // ey^2 2^20 is 0, exactly 2^20, or more. The terms are clamped at 1025^2,
@@ -300,7 +301,7 @@ bool fits_general_lane(int n, const i64* e, const i64* y) {
 // Distances found before, by their exact inputs: the search meets the same
 // scaled semi-axes and offsets again and again across its probes and
 // sweeps. Only points that fit a lane are kept; their numbers pack into
-// two words (n >= 1 makes the first one non-zero, so a zeroed entry is
+// two words (n >= 1 makes the second one non-zero, so a zeroed entry is
 // empty). Direct-mapped: a new distance takes the place of the old one.
 class DistanceMemo {
 public:
@@ -316,8 +317,8 @@ public:
         const i64 e2 = n > 2 ? e[2] : 0;
         const i64 y1 = n > 1 ? y[1] : 0;
         const i64 y2 = n > 2 ? y[2] : 0;
-        return Entry{u(y[0]) | u(y1) << 24 | u(e[0]) << 48 | u(n) << 62,
-                     u(y2) | u(e1) << 24 | u(e2) << 38, 0};
+        return Entry{u(y[0]) | u(y1) << 24 | u(e[0]) << 48,
+                     u(y2) | u(e1) << 24 | u(e2) << 39 | u(n) << 54, 0};
     }
 
     Entry& slot(const Entry& k) {
@@ -468,7 +469,7 @@ public:
         for (int k = 0; k < count_; ++k) {
             const std::int32_t a = t0_[k / W][k % W];
             const std::int32_t b = t1_[k / W][k % W];
-            const std::int32_t d = surface(k, (a + b) >> 1);
+            const std::int32_t d = surface(k, static_cast<std::int32_t>((i64{a} + b) >> 1));
             if (entry_[k] != nullptr) {
                 *entry_[k] = key_[k];
                 entry_[k]->value = d;
@@ -522,7 +523,7 @@ private:
     __attribute__((always_inline)) void step_general(int v) {
         const V4i a = t0_[v];
         const V4i b = t1_[v];
-        const V4i mid = (a + b) >> 1;
+        const V4i mid = (a >> 1) + (b >> 1) + (a & b & 1);  // a + b may not fit
         V4f sq = V4f{};
 #pragma GCC unroll 3
         for (int i = 0; i < 3; ++i) {
@@ -546,7 +547,7 @@ private:
         for (int i = 0; i < n_[k]; ++i) {
             const i64 esq = esq_[i][v][l];
             const i64 den = i64{t} + esq;
-            const i64 num = esq * y_[k][i];  // e (e y), below 2^38: exact as a double
+            const i64 num = esq * y_[k][i];  // e (e y), below 2^39: exact as a double
             const i64 x = den != 0 ? static_cast<i64>(static_cast<double>(num) /
                                                       static_cast<double>(den))
                                    : num;

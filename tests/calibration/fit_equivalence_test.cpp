@@ -42,7 +42,7 @@ private:
 
 // The kinds of ellipsoid and point sets the search meets, and some it
 // should never meet.
-enum class Kind { Ordinary, NearSurface, Wide, Tiny, OnPlanes, Negative };
+enum class Kind { Ordinary, NearSurface, Wide, Tiny, OnPlanes, Negative, NearCentre };
 
 struct Case {
     std::int32_t p[6];
@@ -64,6 +64,11 @@ void make_case(Kind kind, Rng& rng, Case& c) {
                 c.p[k + 3] = rng.range(0, 4);
                 c.s = 1;
                 break;
+            case Kind::NearCentre:  // long semi-axes, points close to the centre
+                c.p[k] = rng.range(-60000, 60000);
+                c.p[k + 3] = rng.range(8000, 33000);
+                c.s = 1;
+                break;
             case Kind::Negative:
                 c.p[k] = rng.range(-50000, 50000);
                 c.p[k + 3] = rng.range(-30000, 30000);
@@ -79,7 +84,9 @@ void make_case(Kind kind, Rng& rng, Case& c) {
         const double z = rng.unit() * 2.0 - 1.0;
         const double dir[3] = {std::sqrt(1 - z * z) * std::cos(a), std::sqrt(1 - z * z) * std::sin(a),
                                z};
-        const double radius = kind == Kind::NearSurface ? 0.97 + 0.06 * rng.unit() : 1.6 * rng.unit();
+        const double radius = kind == Kind::NearSurface ? 0.97 + 0.06 * rng.unit()
+                              : kind == Kind::NearCentre ? 0.04 * rng.unit()
+                                                         : 1.6 * rng.unit();
         for (int k = 0; k < 3; ++k) {
             switch (kind) {
                 case Kind::Wide:
@@ -142,7 +149,8 @@ INSTANTIATE_TEST_SUITE_P(Seeds, DistanceMatches,
                                          DistanceSeeds{Kind::Wide, 3, 10},
                                          DistanceSeeds{Kind::Tiny, 4, 20},
                                          DistanceSeeds{Kind::OnPlanes, 5, 20},
-                                         DistanceSeeds{Kind::Negative, 6, 20}));
+                                         DistanceSeeds{Kind::Negative, 6, 20},
+                                         DistanceSeeds{Kind::NearCentre, 8, 20}));
 
 // Bisections over one to three axes, ordinary and extreme.
 TEST(BisectorMatches, RandomAxes) {
