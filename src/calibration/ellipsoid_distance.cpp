@@ -126,7 +126,7 @@ struct Frame {
     i64 sc;
     double scd;
     // For points off all three centre planes: the semi-axes suit the lanes
-    // (0 <= e2 <= e1, e0 < 2^15 and e2 <= e0), their squares, and their
+    // (0 <= e2 <= e1 and e0, those two below 2^15), their squares, and their
     // part of the memo key.
     bool lanes3;
     std::int32_t esq[3];

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <ostream>
 #include <string>
 
 #include "calibration/fit_reference.h"
@@ -117,6 +118,10 @@ struct DistanceSeeds {
     std::uint64_t seed;
     int sets;  // of 240 points each
 };
+
+void PrintTo(const DistanceSeeds& d, std::ostream* os) {
+    *os << "kind" << static_cast<int>(d.kind) << "-seed" << d.seed;
+}
 
 class DistanceMatches : public testing::TestWithParam<DistanceSeeds> {};
 
@@ -229,6 +234,10 @@ void fill(imu::calibrator_data_struct& ws, const RunCase& rc) {
     }
     ws.acc_fit_limit = imu::kAccFitLimit;
     ws.mag_fit_limit = imu::kMagFitLimit;
+}
+
+void PrintTo(const RunCase& c, std::ostream* os) {
+    *os << c.name;
 }
 
 class FitMatches : public testing::TestWithParam<RunCase> {};
