@@ -15,7 +15,7 @@
 
 #include "calibration/fit_reference.h"
 #include "calibration/fitting.h"
-#include "support/calib_samples.h"
+#include "sim/calib_samples.h"
 
 namespace {
 
