@@ -3,7 +3,7 @@
 # Usage: scripts/setup.sh [extra packages...]
 set -euo pipefail
 
-packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev binutils pkg-config "$@")
+packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev binutils pkg-config gnuplot-nox "$@")
 
 missing=()
 for p in "${packages[@]}"; do
