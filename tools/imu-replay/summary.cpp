@@ -106,20 +106,30 @@ std::string write_plot(const std::string& png, const std::string& title,
             err = std::string("cannot write the plot data (") + std::strerror(errno) + ")";
         } else {
             // Azimuth is drawn from -180 to 180 so that it shares the axis.
-            double prev_az = 0.0;
+            double prev[3] = {};
             for (const PlotPoint& p : r.plot) {
                 const double az = static_cast<double>(p.angles[0]);
-                const double shown = az > 180.0 ? az - 360.0 : az;
-                if (&p != r.plot.data() && std::fabs(shown - prev_az) > 180.0) {
-                    std::fprintf(f, "\n");  // no line across the wrap
+                const double shown[3] = {az > 180.0 ? az - 360.0 : az,
+                                         static_cast<double>(p.angles[1]),
+                                         static_cast<double>(p.angles[2])};
+                bool wrapped = false;
+                for (int i = 0; i < 3; ++i) {
+                    wrapped = wrapped || std::fabs(shown[i] - prev[i]) > 180.0;
+                    prev[i] = shown[i];
                 }
-                prev_az = shown;
-                std::fprintf(f, "%.4f %.2f %.2f %.2f\n", static_cast<double>(p.t_s),
-                             az > 180.0 ? az - 360.0 : az, static_cast<double>(p.angles[1]),
-                             static_cast<double>(p.angles[2]));
+                if (wrapped && &p != r.plot.data()) {
+                    std::fprintf(f, "\n");  // no line across a wrap at +-180
+                }
+                std::fprintf(f, "%.4f %.2f %.2f %.2f\n", static_cast<double>(p.t_s), shown[0],
+                             shown[1], shown[2]);
             }
+            // Labels of gestures close together are staggered in height.
+            double last_t = -1e9;
+            int level = 0;
             for (const Gesture& g : r.gestures) {
-                std::fprintf(m, "%.4f \"%s\"\n", g.t_s, slot_name(g.index));
+                level = g.t_s - last_t < 3.0 ? (level + 1) % 3 : 0;
+                last_t = g.t_s;
+                std::fprintf(m, "%.4f \"%s\" %d\n", g.t_s, slot_name(g.index), 190 - 45 * level);
             }
             std::fprintf(m, "\n\n");
             for (const Step& st : r.steps) {
@@ -133,8 +143,8 @@ std::string write_plot(const std::string& png, const std::string& title,
             if (!r.gestures.empty()) {
                 plot += ", " + quoted(marks) +
                         " index 0 using 1:(185):(0):(-375) with vectors nohead dt 2 "
-                        "lc 'gray40' notitle, '' index 0 using 1:(190):2 with labels left "
-                        "rotate by 90 offset 0,-6 font ',8' noenhanced notitle";
+                        "lc 'gray40' notitle, '' index 0 using 1:3:2 with labels right "
+                        "rotate by 90 offset -0.6,0 font ',8' noenhanced notitle";
             }
             if (!r.steps.empty()) {
                 plot += ", " + quoted(marks) +
