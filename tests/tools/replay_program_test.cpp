@@ -106,3 +106,32 @@ TEST(ProgramTest, CsvOnStdoutAndSummaryElsewhere) {
 }
 
 }  // namespace
+
+namespace {
+
+// Without a recording the demo is replayed; its plot goes where --plot says
+// (without --plot, next to the demo: data/demo.png, which git ignores).
+TEST(ProgramDemoTest, ReplaysTheDemoWithoutARecording) {
+    const std::string demo = std::string(IMU_SOURCE_DIR) + "/data/demo.csv";
+    if (std::FILE* f = std::fopen(demo.c_str(), "r")) {
+        std::fclose(f);
+    } else {
+        GTEST_SKIP() << "no demo recording yet";
+    }
+    const std::string png = imu::test::write_temp_file("", ".png");
+    const ProgramRun r = run("--plot " + png);
+    std::FILE* f = std::fopen(png.c_str(), "rb");
+    char magic[4] = {};
+    const std::size_t got = f != nullptr ? std::fread(magic, 1, 4, f) : 0;
+    if (f != nullptr) {
+        std::fclose(f);
+    }
+    std::remove(png.c_str());
+    EXPECT_EQ(r.code, 0) << r.out;
+    EXPECT_EQ(r.out.rfind("recording     " + demo + " (event stream)\n", 0), 0U) << r.out;
+    EXPECT_NE(r.out.find("plot          " + png + "\n"), std::string::npos) << r.out;
+    EXPECT_EQ(got, 4U);
+    EXPECT_EQ(std::string(magic + 1, 3), "PNG");
+}
+
+}  // namespace
