@@ -199,9 +199,21 @@ std::string parse_options(const std::vector<std::string>& args, Options& o) {
     return "";
 }
 
+// <prefix>/share/imu of an installed program: next to its bin folder.
+static std::string share_dir_of_program() {
+    char exe[4096];
+    const ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
+    if (n <= 0) {
+        return "";
+    }
+    std::string dir(exe, static_cast<std::size_t>(n));
+    dir.resize(dir.rfind('/') == std::string::npos ? 0 : dir.rfind('/'));
+    return dir + "/../share/imu";
+}
+
 std::string find_demo() {
     for (const std::string& dir : {std::string(IMU_REPLAY_SOURCE_DIR) + "/data",
-                                  std::string(IMU_REPLAY_SHARE_DIR)}) {
+                                  share_dir_of_program(), std::string(IMU_REPLAY_SHARE_DIR)}) {
         if (dir.size() > 5 && exists(dir + "/demo.csv")) {
             return dir + "/demo.csv";
         }
