@@ -42,6 +42,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadArgs{{"--mag-unit", "G"}, "--mag-unit takes uT, not 'G'"},
         BadArgs{{"--settle", "-1"}, "--settle takes seconds (0 or more), not '-1'"},
         BadArgs{{"--root", ""}, "--root needs a folder"},
+        BadArgs{{"-s", "Gyro,6"},
+                "--sensors needs a virtual sensor besides Gyro and Acceleration (they only "
+                "prepare; no cycle runs without another)"},
         BadArgs{{"--frobnicate"}, "unknown option --frobnicate"},
         BadArgs{{"a.csv", "b.csv"}, "one recording at a time ('a.csv' and 'b.csv')"}));
 

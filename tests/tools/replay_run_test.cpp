@@ -99,10 +99,21 @@ INSTANTIATE_TEST_SUITE_P(
                     RunCase{"wide_g_deg", true, true, true, 1, 0}),
     [](const testing::TestParamInfo<RunCase>& i) { return std::string(i.param.label); });
 
-// Gyroscope samples before the first accelerometer and magnetometer samples
-// run no cycle, nor does the one after a gap of a second; both are counted.
-TEST(ReplayCountTest, CountsTheSamplesThatRanNoCycle) {
+struct CountCase {
+    int mode;
+    std::size_t not_ready;
+    std::size_t cycles;
+};
+
+class ReplayCountTest : public testing::TestWithParam<CountCase> {
+protected:
     test::TempRoot root;
+};
+
+// Gyroscope samples before the first accelerometer (and, except in mode 1,
+// magnetometer) sample run no cycle, nor does the one after a gap of a
+// second; both are counted.
+TEST_P(ReplayCountTest, CountsTheSamplesThatRanNoCycle) {
     std::string text = "0,gyro,0,0,0\n5000000,gyro,0,0,0\n10000000,acc,0,0,9.8\n"
                        "10000000,gyro,0,0,0\n15000000,mag,0,20,-40\n";
     long long t = 15000000;
@@ -114,11 +125,17 @@ TEST(ReplayCountTest, CountsTheSamplesThatRanNoCycle) {
     Recording rec;
     ASSERT_EQ(parse_recording(text, "r.csv", Layout::kAuto, Units{}, rec), "");
     ReplayResult r;
-    ASSERT_EQ(run_replay(rec, settings_for(0), r), "");
-    EXPECT_EQ(r.not_ready, 3U);
+    ASSERT_EQ(run_replay(rec, settings_for(GetParam().mode), r), "");
+    EXPECT_EQ(r.not_ready, GetParam().not_ready);
     EXPECT_EQ(r.time_errors, 1U);
-    EXPECT_EQ(r.cycles, 11U);
+    EXPECT_EQ(r.cycles, GetParam().cycles);
 }
+
+INSTANTIATE_TEST_SUITE_P(Modes, ReplayCountTest,
+                         testing::Values(CountCase{0, 3, 11}, CountCase{1, 2, 12}),
+                         [](const testing::TestParamInfo<CountCase>& i) {
+                             return "mode" + std::to_string(i.param.mode);
+                         });
 
 std::string read_file(const std::string& path) {
     std::ifstream f(path, std::ios::binary);

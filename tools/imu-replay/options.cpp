@@ -193,6 +193,15 @@ std::string parse_options(const std::vector<std::string>& args, Options& o) {
     if (!sensors_given) {
         parse_slots("all", o.enable);
     }
+    // Indices 0 and 6 set no enable bit, and with none set no cycle runs.
+    bool sets_a_bit = false;
+    for (const int i : o.enable) {
+        sets_a_bit = sets_a_bit || (i != 0 && i != 6);
+    }
+    if (!sets_a_bit) {
+        return "--sensors needs a virtual sensor besides Gyro and Acceleration (they only "
+               "prepare; no cycle runs without another)";
+    }
     if (!slots_given) {
         o.out_slots = {kOrientationSlot};
     }

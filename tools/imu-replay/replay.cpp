@@ -251,6 +251,7 @@ std::string run_replay(const Recording& rec, const ReplaySettings& settings,
     std::int64_t last_gyro = t0;
     std::int64_t last_sent = base;
     std::size_t gyro_seen = 0;
+    bool acc_seen = false;
     double err_sum = 0.0;
     Progress progress(settings.progress);
     const auto start = std::chrono::steady_clock::now();
@@ -261,6 +262,7 @@ std::string run_replay(const Recording& rec, const ReplaySettings& settings,
         switch (row.sensor) {
             case Sensor::kAcc:
                 input_raw_data(kInputAcc, v, 0);
+                acc_seen = true;
                 continue;
             case Sensor::kMag:
                 input_raw_data(kInputMag, v, 0);
@@ -276,6 +278,10 @@ std::string run_replay(const Recording& rec, const ReplaySettings& settings,
             case Sensor::kGyro:
                 break;
         }
+        // Mode 1 runs a cycle once the accelerometer has delivered and logs
+        // nothing before.
+        const bool silent = settings.mode == 1 && !acc_seen;
+        result.not_ready += silent ? 1U : 0U;
         const std::size_t rejected_before =
             g_log.not_ready.load(std::memory_order_relaxed) +
             g_log.time_errors.load(std::memory_order_relaxed);
@@ -286,9 +292,9 @@ std::string run_replay(const Recording& rec, const ReplaySettings& settings,
         if ((gyro_seen & 4095U) == 0) {
             progress.update(r, rec.rows.size());
         }
-        if (g_log.not_ready.load(std::memory_order_relaxed) +
-                g_log.time_errors.load(std::memory_order_relaxed) !=
-            rejected_before) {
+        if (silent || g_log.not_ready.load(std::memory_order_relaxed) +
+                              g_log.time_errors.load(std::memory_order_relaxed) !=
+                          rejected_before) {
             continue;
         }
         ++result.cycles;
@@ -338,7 +344,7 @@ std::string run_replay(const Recording& rec, const ReplaySettings& settings,
     result.samples = rec.rows.size();
     result.cycles_per_s =
         result.wall_s > 0.0 ? static_cast<double>(result.cycles) / result.wall_s : 0.0;
-    result.not_ready = g_log.not_ready.exchange(0);
+    result.not_ready += g_log.not_ready.exchange(0);
     result.time_errors = g_log.time_errors.exchange(0);
     get_fusiond_data(kOrientationSlot, result.final_orientation);
     if (result.error_cycles > 0) {
