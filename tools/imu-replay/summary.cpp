@@ -49,8 +49,8 @@ void print_summary(std::FILE* f, const std::string& name, const Recording& rec,
     std::fprintf(f, "\n");
     std::fprintf(f, "cycles        %zu", r.cycles);
     if (r.not_ready + r.time_errors > 0) {
-        std::fprintf(f, " (%zu gyroscope samples before the accelerometer or magnetometer, %zu "
-                        "after a gap of a second or more ran none)",
+        std::fprintf(f, " (none for %zu gyroscope samples without accelerometer or magnetometer "
+                        "data yet and %zu after a gap of a second or more)",
                      r.not_ready, r.time_errors);
     }
     std::fprintf(f, "\n");
