@@ -98,7 +98,9 @@ int main(int argc, char** argv) {
     std::FILE* report = out == stdout ? stderr : stdout;
     print_summary(report, o.input, rec, settings, result);
     if (!o.plot.empty()) {
-        const std::string plot_error = write_plot(o.plot, o.input, result);
+        const std::size_t slash = o.input.rfind('/');
+        const std::string title = slash == std::string::npos ? o.input : o.input.substr(slash + 1);
+        const std::string plot_error = write_plot(o.plot, title, result, rec.script);
         if (!plot_error.empty()) {
             return fail(o.plot + ": " + plot_error, 1);
         }

@@ -85,9 +85,10 @@ std::string run_replay(const Recording& rec, const ReplaySettings& settings,
 void print_summary(std::FILE* f, const std::string& name, const Recording& rec,
                    const ReplaySettings& settings, const ReplayResult& result);
 
-// Draws the orientation angles over time, with gestures and steps marked,
-// into a PNG with gnuplot. Returns "" or an error text.
+// Draws the orientation angles over time, with the recognised gestures and
+// steps marked and the script's events along the bottom, into a PNG with
+// gnuplot. Returns "" or an error text.
 std::string write_plot(const std::string& png, const std::string& title,
-                       const ReplayResult& result);
+                       const ReplayResult& result, const std::vector<ScriptEvent>& script = {});
 
 }  // namespace imu::replay

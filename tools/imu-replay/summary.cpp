@@ -89,19 +89,19 @@ void print_summary(std::FILE* f, const std::string& name, const Recording& rec,
 }
 
 std::string write_plot(const std::string& png, const std::string& title,
-                       const ReplayResult& r) {
+                       const ReplayResult& r, const std::vector<ScriptEvent>& script) {
     char dir[] = "/tmp/imu-replay-plot-XXXXXX";
     if (::mkdtemp(dir) == nullptr) {
         return std::string("cannot make a temporary folder (") + std::strerror(errno) + ")";
     }
     const std::string data = std::string(dir) + "/angles.dat";
     const std::string marks = std::string(dir) + "/marks.dat";
-    const std::string script = std::string(dir) + "/plot.gp";
+    const std::string gp = std::string(dir) + "/plot.gp";
     std::string err;
     {
         std::FILE* f = std::fopen(data.c_str(), "w");
         std::FILE* m = std::fopen(marks.c_str(), "w");
-        std::FILE* s = std::fopen(script.c_str(), "w");
+        std::FILE* s = std::fopen(gp.c_str(), "w");
         if (f == nullptr || m == nullptr || s == nullptr) {
             err = std::string("cannot write the plot data (") + std::strerror(errno) + ")";
         } else {
@@ -135,6 +135,14 @@ std::string write_plot(const std::string& png, const std::string& title,
             for (const Step& st : r.steps) {
                 std::fprintf(m, "%.4f %.0f\n", st.t_s, static_cast<double>(st.steps));
             }
+            std::fprintf(m, "\n\n");
+            for (const ScriptEvent& e : script) {
+                std::string name = e.name;
+                for (char& c : name) {
+                    c = c == '"' ? '\'' : c;
+                }
+                std::fprintf(m, "%.4f \"%s\"\n", e.t_s, name.c_str());
+            }
             // gnuplot is given only the data sets that have points.
             std::string plot = "plot " + quoted(data) +
                                " using 1:2 with lines lw 1.5 title 'azimuth', "
@@ -150,6 +158,11 @@ std::string write_plot(const std::string& png, const std::string& title,
                 plot += ", " + quoted(marks) +
                         " index 1 using 1:(-190) with points pt 9 ps 0.8 lc 'dark-green' "
                         "title 'steps'";
+            }
+            if (!script.empty()) {
+                plot += ", " + quoted(marks) +
+                        " index 2 using 1:(-175):2 with labels left rotate by 90 "
+                        "font ',8' tc 'gray30' noenhanced notitle";
             }
             std::fprintf(s,
                          "set terminal pngcairo size 1200,600 font 'sans,10'\n"
@@ -167,7 +180,7 @@ std::string write_plot(const std::string& png, const std::string& title,
         }
     }
     if (err.empty()) {
-        const std::string cmd = "gnuplot " + script + " 2>&1";  // a mkdtemp path: no quotes needed
+        const std::string cmd = "gnuplot " + gp + " 2>&1";  // a mkdtemp path: no quotes needed
         std::FILE* p = ::popen(cmd.c_str(), "r");
         std::string said;
         if (p == nullptr) {
@@ -187,7 +200,7 @@ std::string write_plot(const std::string& png, const std::string& title,
     }
     std::remove(data.c_str());
     std::remove(marks.c_str());
-    std::remove(script.c_str());
+    std::remove(gp.c_str());
     ::rmdir(dir);
     return err;
 }
