@@ -197,10 +197,11 @@ TEST(ReplayPlotTest, WritesAPng) {
               "");
     ReplayResult r;
     ASSERT_EQ(run_replay(rec, settings_for(0), r), "");
-    r.gestures.push_back({3.5, 11});  // marks drawn as well
+    r.gestures.push_back({3.5, 11});  // marks and script drawn as well
     r.steps.push_back({4.0, 5.0F, 3.8F});
     const std::string png = root.dir() + "/it's.png";
-    ASSERT_EQ(write_plot(png, "title with 'quotes'", r), "");
+    const std::vector<ScriptEvent> script = {{1.0, "pick_up", ""}, {2.0, "it's \"odd\"", ""}};
+    ASSERT_EQ(write_plot(png, "title with 'quotes'", r, script), "");
     const std::string data = read_file(png);
     ASSERT_GT(data.size(), 1000U);
     EXPECT_EQ(data.substr(0, 8), "\x89PNG\r\n\x1a\n");
