@@ -10,12 +10,13 @@ float AxisWindow::push(const float x[3]) noexcept {
     float sum = 0.0F;
     for (int i = 0; i < 3; ++i) {
         float* h = history[i];
-        mean[i] = (x[i] - h[last]) / n + mean[i];
+        const float leaving = h[last];
+        mean[i] = (x[i] - leaving) / n + mean[i];
         for (int k = last; k > 0; --k) {
             h[k] = h[k - 1];
         }
         h[0] = x[i];
-        if (!std::isfinite(mean[i])) {
+        if (!std::isfinite(mean[i]) || !(std::fabs(leaving) < kHugeSample)) {
             float total = 0.0F;
             for (int k = 0; k < kStatsHistory; ++k) {
                 total += h[k];

@@ -20,6 +20,11 @@ inline constexpr std::int32_t kStillCount = 200;  // bias taken on the 201st sti
 inline constexpr float kQuietGyroLevel = 100.0F;  // zero-rate clamp below this level
 inline constexpr float kZeroRate = 0.05235988F;   // 3 deg/s in rad/s
 
+// A sample beyond any sensor's range (units of g or rad/s): while it is in
+// the window its share swamps the others' in the running mean, whose
+// rounding then loses them for good.
+inline constexpr float kHugeSample = 1e4F;
+
 // A 20-sample history per axis with its running mean, newest first.
 struct AxisWindow {
     float history[3][kStatsHistory] = {};
@@ -28,8 +33,9 @@ struct AxisWindow {
     // Pushes x and returns the summed squared deviation from the new mean:
     //   mean += (x - oldest) / 20;  shift;  d = sum_i (x_i - mean_i)^2
     // A mean that is no longer finite (a not-a-number or infinite sample
-    // entered it) is recomputed from the history, so it recovers as soon as
-    // the bad value has left the window.
+    // entered it), and the mean after a huge sample leaves the window, is
+    // recomputed from the history, so it recovers as soon as the bad value
+    // has left the window.
     float push(const float x[3]) noexcept;
 };
 
