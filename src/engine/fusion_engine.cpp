@@ -38,6 +38,13 @@ void log_recovery(float dt, const IMU& s) {
                         static_cast<double>(s.gyro[1]), static_cast<double>(s.gyro[2]));
 }
 
+// The estimated down direction (the published gravity, a unit vector)
+// lies more than 60 deg from the measured one (normalised by the filter).
+bool far_off(const PostureFilter& filter, const float down[3]) {
+    const float* g = filter.out.gravity;
+    return g[0] * down[0] + g[1] * down[1] + g[2] * down[2] < kFarOffCosine;
+}
+
 }  // namespace
 
 int Engine::update(IMU& sample, std::int32_t time_ns) noexcept {
@@ -70,13 +77,23 @@ int Engine::update(IMU& sample, std::int32_t time_ns) noexcept {
         filter.initialise(a, m);
         return 1;
     }
+    float measured[3] = {a[0], a[1], a[2]};
     if (!filter.filter(a, m, w, dt, take_force_nan())) {
         log_recovery(dt, sample);
         filter.re_initialize();
         filter.output_valid = 0;
+        far_off_still_count = 0;
         return 0;
     }
     filter.output_valid = 1;
+    const bool still = stats.acc_level < kStillAccLevel && stats.gyro_level < kStillGyroLevel;
+    far_off_still_count = still && far_off(filter, a) ? far_off_still_count + 1 : 0;
+    if (far_off_still_count >= kFarOffStillUpdates) {
+        // The next update filters from the measured pose; the outputs of
+        // this one stay as published.
+        filter.initialise(measured, m);
+        far_off_still_count = 0;
+    }
     return 0;
 }
 
