@@ -12,6 +12,7 @@
 
 #include "imu/calibration.h"
 #include "platform/paths.h"
+#include "platform/replace_file.h"
 
 namespace imu {
 namespace {
@@ -23,6 +24,8 @@ constexpr const char* kTag = "VLM_SFC";
 constexpr const char* kDefaultLine = "%f %f %f %f %f %f %f %f %f %f %f %f %f %f %f\n";
 constexpr const char* kSaveLine =
     "%.5f %.5f %.5f %.5f %.5f %.5f %.5f %.5f %.5f %.5f %.5f %.5f %.5f %.5f %.5f\n";
+// Fifteen "%.5f" fields of any float (at most 46 characters each).
+constexpr std::size_t kLineMax = 1024;
 constexpr const char* kReadLine = "%f %f %f %f %f %f %f %f %f %f %f %f %f %f %f\n";
 
 using platform::FixedPath;
@@ -82,20 +85,17 @@ IMU_EXPORT void check_calibration_file(void) {
         imu::platform::access_fixed(FixedPath::kCalibrationFile, R_OK | W_OK) == 0) {
         return;
     }
-    std::FILE* f = imu::platform::fopen_fixed(FixedPath::kCalibrationFile, "w+");
+    char line[imu::kLineMax];
+    const int len = std::snprintf(line, sizeof line, imu::kDefaultLine, 0.0, 0.0, 0.0, 0.0, 0.0,
+                                  0.0, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0, 1.0, 1.0, 1.0);
     g_calib.calib_file_created = 1;
-    if (f == nullptr) {
+    if (imu::platform::write_file_atomically(FixedPath::kCalibrationFile, line,
+                                             static_cast<std::size_t>(len)) != 0) {
         char path[imu::platform::kPathMax];
         imu::platform::fixed_path(FixedPath::kCalibrationFile, path, sizeof path);
         __android_log_print(ANDROID_LOG_ERROR, imu::kTag, "Unable to open %s (%s)", path,
                             std::strerror(errno));
-        return;
     }
-    std::rewind(f);
-    std::fprintf(f, imu::kDefaultLine, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0,
-                 1.0, 1.0, 1.0);
-    std::fflush(f);
-    std::fclose(f);
 }
 
 IMU_EXPORT int read_calibration(void) {
@@ -111,20 +111,18 @@ IMU_EXPORT int read_calibration(void) {
 }
 
 IMU_EXPORT int save_calibration(void) {
-    std::FILE* f = imu::platform::fopen_fixed(FixedPath::kCalibrationFile, "w+");
-    if (f == nullptr) {
-        return -errno;
-    }
     const float* c = g_calib.s_calib2;
-    std::rewind(f);
-    std::fprintf(f, imu::kSaveLine, static_cast<double>(c[0]), static_cast<double>(c[1]),
+    char line[imu::kLineMax];
+    const int len = std::snprintf(line, sizeof line, imu::kSaveLine, static_cast<double>(c[0]), static_cast<double>(c[1]),
                  static_cast<double>(c[2]), static_cast<double>(c[3]), static_cast<double>(c[4]),
                  static_cast<double>(c[5]), static_cast<double>(c[6]), static_cast<double>(c[7]),
                  static_cast<double>(c[8]), static_cast<double>(c[9]), static_cast<double>(c[10]),
                  static_cast<double>(c[11]), static_cast<double>(c[12]), static_cast<double>(c[13]),
                  static_cast<double>(c[14]));
-    std::fflush(f);
-    std::fclose(f);
+    if (imu::platform::write_file_atomically(FixedPath::kCalibrationFile, line,
+                                             static_cast<std::size_t>(len)) != 0) {
+        return -errno;
+    }
     return 0;
 }
 

@@ -15,6 +15,7 @@
 #include "calibration/fitting.h"
 #include "imu/calibration.h"
 #include "platform/paths.h"
+#include "platform/replace_file.h"
 
 namespace imu {
 namespace {
@@ -24,6 +25,8 @@ RunFileState g_run_files;
 
 constexpr const char* kTag = "VLM_SFC";
 constexpr const char* kRawWrite = "%.5f\t%.5f\t%.5f\t%.5f\t%.5f\t%.5f\n";
+// Six "%.5f" fields of any float (at most 46 characters each).
+constexpr std::size_t kRawLineMax = 512;
 constexpr const char* kRawRead = "%f\t%f\t%f\t%f\t%f\t%f\n";
 constexpr const char* kOpenMode = "0777";  // the request file's mode, as text in base 8
 
@@ -74,22 +77,22 @@ int save_acc_mag_raw(const IMU* imu) noexcept {
     if (imu == nullptr) {
         return -EINVAL;
     }
-    const char* mode = "a+";
+    auto mode = platform::WriteMode::kAppend;
     if (g_run_files.raw_file_started == 0) {
         g_run_files.raw_file_started = 1;
-        mode = "w+";  // the first sample of a run replaces the last run's file
-    }
-    std::FILE* f = platform::fopen_fixed(FixedPath::kAccMagRawFile, mode);
-    if (f == nullptr) {
-        return -errno;
+        mode = platform::WriteMode::kReplace;  // the first sample of a run replaces the last run's file
     }
     const float* a = imu->acc_raw;
     const float* m = imu->mag_raw;
-    std::fprintf(f, kRawWrite, static_cast<double>(a[0]), static_cast<double>(a[1]),
-                 static_cast<double>(a[2]), static_cast<double>(m[0]), static_cast<double>(m[1]),
-                 static_cast<double>(m[2]));
-    std::fflush(f);
-    std::fclose(f);
+    char line[kRawLineMax];
+    const int len =
+        std::snprintf(line, sizeof line, kRawWrite, static_cast<double>(a[0]),
+                      static_cast<double>(a[1]), static_cast<double>(a[2]),
+                      static_cast<double>(m[0]), static_cast<double>(m[1]), static_cast<double>(m[2]));
+    if (platform::write_file_atomically(FixedPath::kAccMagRawFile, line,
+                                        static_cast<std::size_t>(len), mode) != 0) {
+        return -errno;
+    }
     return 0;
 }
 
@@ -131,8 +134,7 @@ using imu::platform::FixedPath;
 extern "C" {
 
 IMU_EXPORT int creat_app_calibration_file(void) {
-    std::FILE* f = imu::platform::fopen_fixed(FixedPath::kCalibratorRequest, "w+");
-    if (f == nullptr) {
+    if (imu::platform::write_file_atomically(FixedPath::kCalibratorRequest, "0\n", 2) != 0) {
         const int err = errno;
         char path[imu::platform::kPathMax];
         imu::platform::fixed_path(FixedPath::kCalibratorRequest, path, sizeof path);
@@ -140,10 +142,6 @@ IMU_EXPORT int creat_app_calibration_file(void) {
                             std::strerror(err));
         return -err;
     }
-    std::rewind(f);
-    std::fputs("0\n", f);
-    std::fflush(f);
-    std::fclose(f);
     return imu::changeFile_mode();
 }
 

@@ -12,6 +12,7 @@
 
 #include "imu/pointing.h"
 #include "platform/paths.h"
+#include "platform/replace_file.h"
 #include "pointing/air_mouse.h"
 
 namespace imu {
@@ -25,6 +26,9 @@ using platform::FixedPath;
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 bool g_default_file_created = false;
 
+// Three "%.1f" fields of any float (at most 41 characters each) and a newline.
+constexpr std::size_t kSettingsLineMax = 160;
+
 const char* settings_path(char* buf, std::size_t size) {
     platform::fixed_path(FixedPath::kAirMouseSettings, buf, size);
     return buf;
@@ -37,18 +41,14 @@ void check_calibration_file() {
         platform::access_fixed(FixedPath::kAirMouseSettings, R_OK | W_OK) == 0) {
         return;
     }
-    std::FILE* f = platform::fopen_fixed(FixedPath::kAirMouseSettings, "w+");
+    static constexpr char kDefaults[] = "0 1680 1050\n";
     g_default_file_created = true;
-    if (f == nullptr) {
+    if (platform::write_file_atomically(FixedPath::kAirMouseSettings, kDefaults,
+                                        sizeof kDefaults - 1) != 0) {
         char path[platform::kPathMax];
         __android_log_print(ANDROID_LOG_ERROR, kAirTag, "Unable to open %s (%s)",
                             settings_path(path, sizeof path), std::strerror(errno));
-        return;
     }
-    std::rewind(f);
-    (void)std::fputs("0 1680 1050\n", f);
-    (void)std::fflush(f);
-    (void)std::fclose(f);
 }
 
 // Takes the leading fields of the line that hold finite numbers. Returns
@@ -97,19 +97,18 @@ IMU_EXPORT int write_screen_position_resolution(const float* values) {
         return -22;
     }
     imu::check_calibration_file();
-    std::FILE* f = imu::platform::fopen_fixed(FixedPath::kAirMouseSettings, "w+");
-    if (f == nullptr) {
+    char line[imu::kSettingsLineMax];
+    const int len = std::snprintf(line, sizeof line, "%.1f %.1f %.1f\n",
+                                  static_cast<double>(values[0]), static_cast<double>(values[1]),
+                                  static_cast<double>(values[2]));
+    if (imu::platform::write_file_atomically(FixedPath::kAirMouseSettings, line,
+                                             static_cast<std::size_t>(len)) != 0) {
         const int err = errno;
         char path[imu::platform::kPathMax];
         __android_log_print(ANDROID_LOG_ERROR, kAirTag, "open file '%s' failed: %s\n",
                             imu::settings_path(path, sizeof path), std::strerror(err));
         return -err;
     }
-    std::rewind(f);
-    (void)std::fprintf(f, "%.1f %.1f %.1f\n", static_cast<double>(values[0]),
-                       static_cast<double>(values[1]), static_cast<double>(values[2]));
-    (void)std::fflush(f);
-    (void)std::fclose(f);
     return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "platform/paths.h"
+#include "platform/replace_file.h"
 #include "platform/service_os.h"
 #include "service/service_internal.h"
 #include "service/velmofusion.h"
@@ -150,19 +151,18 @@ int velmofusion::set_now_time(int year, int month, int day, int hour, int minute
 
 int velmofusion::load_screen_resolution() {
     if (platform::access_fixed(FixedPath::kScreenResolution, R_OK | W_OK) != 0) {
-        std::FILE* f = platform::fopen_fixed(FixedPath::kScreenResolution, "w+");
-        if (f == nullptr) {
+        char line[64];  // two ints
+        const int len = std::snprintf(line, sizeof line, "screen_resolution:%d\t%d\n",
+                                      static_cast<int>(screen_width),
+                                      static_cast<int>(screen_height));
+        if (platform::write_file_atomically(FixedPath::kScreenResolution, line,
+                                            static_cast<std::size_t>(len)) != 0) {
             const ErrorText e(errno);
             char path[platform::kPathMax];
             platform::fixed_path(FixedPath::kScreenResolution, path, sizeof path);
             __android_log_print(kLogError, kTag, "Unable to open %s (%s)", path, e.text);
             return -1;
         }
-        std::rewind(f);
-        (void)std::fprintf(f, "screen_resolution:%d\t%d\n", static_cast<int>(screen_width),
-                           static_cast<int>(screen_height));
-        (void)std::fflush(f);
-        (void)std::fclose(f);
     }
     std::FILE* f = platform::fopen_fixed(FixedPath::kScreenResolution, "r");
     if (f == nullptr) {
