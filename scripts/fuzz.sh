@@ -5,6 +5,7 @@
 # broken invariant fails the run; its input is kept as
 # build/fuzz/findings/<target>/crash-*.
 # Usage: scripts/fuzz.sh [seconds per target (default 25)] [target...]
+# FUZZ_SEED=n fixes libFuzzer's seed (0, the default: a random one).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-25}"
@@ -36,7 +37,7 @@ for t in "${targets[@]}"; do
     log="build/fuzz/$t.log"
     seeds=()
     [ -d "fuzz/corpus/$t" ] && seeds=("fuzz/corpus/$t")
-    if "$bin/fuzz_$t" -max_total_time="$seconds" -timeout=30 -rss_limit_mb=2048 \
+    if "$bin/fuzz_$t" -max_total_time="$seconds" -seed="${FUZZ_SEED:-0}" -timeout=30 -rss_limit_mb=2048 \
         -print_final_stats=1 -artifact_prefix="$findings/" "$work" "${seeds[@]}" >"$log" 2>&1; then
         runs="$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")"
         cov="$(grep -E '^#[0-9]+.*cov: ' "$log" | tail -1 | sed -E 's/.*cov: ([0-9]+) ft: ([0-9]+).*/cov \1 ft \2/')"

@@ -20,6 +20,14 @@ namespace {
 std::atomic<velmofusion*> g_service{nullptr};
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 std::mutex g_create_mutex;
+// Serialises the service calls of the callers' threads: control, mode,
+// sample input (and so the whole cycle) and slot reads. Recursive because
+// control_fusiond calls set_library_time and Initialization. The poll
+// thread never takes it.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+std::recursive_mutex g_call_mutex;
+
+using CallLock = std::lock_guard<std::recursive_mutex>;
 
 }  // namespace
 
@@ -49,6 +57,7 @@ int engine_fusion_mode() noexcept { return static_cast<int>(sfc_get_fusion_mode(
 extern "C" {
 
 IMU_EXPORT int control_fusiond(int index, int enable) {
+    const imu::CallLock lock(imu::g_call_mutex);
     imu::velmofusion* s = imu::service();
     if (s == nullptr) {
         return 0;
@@ -62,21 +71,25 @@ IMU_EXPORT int control_fusiond(int index, int enable) {
 }
 
 IMU_EXPORT int get_fusiond_data(int index, float* out) {
+    const imu::CallLock lock(imu::g_call_mutex);
     imu::velmofusion* s = imu::service();
     return s == nullptr ? 0 : s->get_Fusion_data(index, out);
 }
 
 IMU_EXPORT int set_fusiond_moed(int mode) {
+    const imu::CallLock lock(imu::g_call_mutex);
     imu::velmofusion* s = imu::service();
     return s == nullptr ? 0 : s->set_fusiond_mode(mode);
 }
 
 IMU_EXPORT int input_raw_data(int type, float* data, long long timestamp) {
+    const imu::CallLock lock(imu::g_call_mutex);
     imu::velmofusion* s = imu::service();
     return s == nullptr ? 0 : s->input_raw_data(type, data, timestamp);
 }
 
 IMU_EXPORT int Initialization(void) {
+    const imu::CallLock lock(imu::g_call_mutex);
     sfc_re_initialize();
     return 0;
 }
@@ -91,6 +104,7 @@ IMU_EXPORT int set_SensorFusion_mode(int mode) __attribute__((alias("set_fusiond
 }  // extern "C"
 
 IMU_EXPORT int set_library_time() {
+    const imu::CallLock lock(imu::g_call_mutex);
     imu::velmofusion* s = imu::service();
     if (s == nullptr) {
         return 0;
