@@ -13,7 +13,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <mutex>
@@ -85,6 +87,31 @@ Services& services() {
     return *s;
 }
 
+// Sends one datagram; a full receive queue or a passing shortage of
+// buffers is waited out. Returns 0 or the last errno.
+int send_datagram(const std::string& path, const imu::test::Bytes& bytes) {
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, path.c_str(), std::min(path.size() + 1, sizeof addr.sun_path));
+    const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    check(fd >= 0, "client socket");
+    int err = 0;
+    for (int attempt = 0; attempt < 2000; ++attempt) {
+        if (::sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&addr),
+                     sizeof addr) == static_cast<ssize_t>(bytes.size())) {
+            err = 0;
+            break;
+        }
+        err = errno;
+        if (err != EAGAIN && err != ENOBUFS && err != EINTR) {
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ::close(fd);
+    return err;
+}
+
 bool wait_for(const std::function<bool()>& pred) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (!pred()) {
@@ -133,16 +160,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         for (unsigned char& b : dgram) {
             b = in.u8();
         }
-        if (target == 2 && length >= 8) {
-            // A built-in gesture pauses the receiver for up to 0.4 s: make
-            // its group byte differ so the command is only logged.
-            std::int32_t key_id;
-            std::memcpy(&key_id, dgram.data(), 4);
-            if (key_id == 1) {
-                dgram[0] = 2;
-            }
+        if (target == 2 && length > 0 && dgram[0] == 1) {
+            // A built-in gesture (group 1) pauses the receiver for up to
+            // 0.4 s; no datagram puts a 1 into the low byte of the group
+            // (short datagrams leave the rest of the record as it was), so
+            // commands are only logged.
+            dgram[0] = 2;
         }
-        check(imu::test::send_datagram(s.paths[target], dgram), "datagram accepted");
+        const int err = send_datagram(s.paths[target], dgram);
+        if (err != 0) {
+            std::fprintf(stderr, "sendto %s: %s\n", s.paths[target].c_str(), std::strerror(err));
+        }
+        check(err == 0, "datagram accepted");
         unsigned char* model = target == 0 ? s.model_daemond : s.model_calibrator;
         const std::size_t cap = target == 0 ? sizeof s.model_daemond : sizeof s.model_calibrator;
         if (target < 2 && length > 0) {
