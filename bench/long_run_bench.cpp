@@ -29,7 +29,7 @@
 #include "imu/host.h"
 #include "imu/service.h"
 #include "support/alloc_counter.h"
-#include "support/sim_recording.h"
+#include "sim/sim_recording.h"
 #include "support/temp_root.h"
 
 namespace {
