@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "imu/engine.h"
+#include "sim/sim_recording.h"
 #include "support/alloc_counter.h"
 #include "support/log_capture.h"
-#include "sim/sim_recording.h"
 #include "support/temp_root.h"
 
 namespace imu::test {
@@ -24,16 +24,13 @@ protected:
 // The published orientation as q_world_from_device; w = NaN when refused.
 inline sim::Quat published_orientation() {
     float q[4] = {};
-    if (sfc_get_quaternion(q) != 0) {
-        return {NAN, 0, 0, 0};
-    }
-    return {q[3], q[0], q[1], q[2]};
+    return sfc_get_quaternion(q) != 0 ? sim::Quat{NAN, 0, 0, 0} : sim::Quat{q[3], q[0], q[1], q[2]};
 }
 
 struct Trace {
-    std::vector<int> result;        // of sfc_update_posture, per sample
-    std::vector<double> error_deg;  // to the truth; NaN before the first filtering update
-    // Largest error over samples [from, to) (to = end when negative).
+    std::vector<int> result;        // of sfc_update_posture
+    std::vector<double> error_deg;  // NaN before the first filtering update
+    // Largest error over samples [from, to); a NaN counts as infinite.
     double max_error(std::size_t from, long to = -1) const {
         const std::size_t end = to < 0 ? error_deg.size() : static_cast<std::size_t>(to);
         double worst = 0.0;

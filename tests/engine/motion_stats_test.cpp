@@ -17,27 +17,32 @@ using imu::test::EngineTest;
 const float kFlat[3] = {0.0F, 0.0F, 9.8066F};
 const float kBias[3] = {0.01F, -0.02F, 0.005F};
 
-// From load with constant samples the accelerometer mean lags while its
-// history fills, so the still count starts at update 20; update 220 takes
-// the gyroscope mean as the bias and restarts the count.
+void feed(imu::MotionStats& stats, int n) {
+    for (int i = 0; i < n; ++i) {
+        stats.update(kFlat, kBias);
+    }
+}
+
+// The accelerometer mean lags while its history fills, so the still count
+// starts at update 20; update 220 takes the gyroscope mean as the bias and
+// restarts the count.
 TEST(MotionStats, ConstantSamplesGiveFirstBiasAtUpdate220) {
     imu::MotionStats stats;
-    for (int n = 1; n <= 220; ++n) {
+    for (int n = 1; n < 220; ++n) {
         stats.update(kFlat, kBias);
-        if (n < 220) {
-            ASSERT_EQ(stats.static_count, n < 20 ? 0 : n - 19) << "update " << n;
-            ASSERT_EQ(stats.gyro_bias_estimate[0], 0.0F) << "update " << n;
-        }
+        ASSERT_EQ(stats.static_count, n < 20 ? 0 : n - 19) << "update " << n;
+        ASSERT_EQ(stats.gyro_bias_estimate[0], 0.0F) << "update " << n;
     }
+    stats.update(kFlat, kBias);
     EXPECT_EQ(stats.static_count, 0);
     for (int i = 0; i < 3; ++i) {
         EXPECT_NEAR(stats.gyro_bias_estimate[i], kBias[i], 1e-7F) << "axis " << i;
     }
 }
 
-// Levels: summed squared deviation from the mean (new value included, the
-// first mean is x / 20) over 2e-05, 1.096622 and 3 for the gyroscope. One
-// gyroscope or accelerometer jolt restarts the still count.
+// Levels: summed squared deviation from the mean (the first mean is x / 20)
+// over 2e-05, 1.096622 and 3. A gyroscope or accelerometer jolt restarts
+// the still count.
 TEST(MotionStats, LevelsAndJolts) {
     imu::MotionStats first;
     const float zero[3] = {0, 0, 0};
@@ -45,32 +50,27 @@ TEST(MotionStats, LevelsAndJolts) {
     first.update(zero, one);
     EXPECT_FLOAT_EQ(first.gyro_level, 0.95F * 0.95F / 2e-05F / 1.096622F / 3.0F);
     EXPECT_EQ(first.acc_level, 0.0F);
-    const struct {
-        float acc[3];
-        float gyro[3];
-    } jolts[] = {{{0, 0, 9.8066F}, {0.01F, 0.2F, 0.005F}}, {{0, 1.0F, 9.8066F}, {0.01F, -0.02F, 0.005F}}};
-    for (const auto& j : jolts) {
+    const float gyro_jolt[3] = {0.01F, 0.2F, 0.005F};
+    const float acc_jolt[3] = {0, 1.0F, 9.8066F};
+    for (int which = 0; which < 2; ++which) {
         imu::MotionStats stats;
-        for (int n = 0; n < 50; ++n) {
-            stats.update(kFlat, kBias);
-        }
-        stats.update(j.acc, j.gyro);
-        EXPECT_EQ(stats.static_count, 0) << "jolt " << (&j - jolts);
+        feed(stats, 50);
+        stats.update(which == 0 ? kFlat : acc_jolt, which == 0 ? gyro_jolt : kBias);
+        EXPECT_EQ(stats.static_count, 0) << which;
     }
 }
 
 // While gyro_level < 100, rates below 3 deg/s (0.05235988 rad/s) become 0.
 TEST(MotionStats, ZeroRateClampOnlyWhileQuiet) {
-    const struct {
-        float level, w, expected;
-    } cases[] = {{0, 0.05F, 0}, {0, -0.05F, 0}, {0, 0.06F, 0.06F}, {99, 0.05F, 0},
-                 {100, 0.05F, 0.05F}, {NAN, 0.05F, 0.05F}, {0, 0.05235988F, 0.05235988F}};
+    const float cases[][3] = {{0, 0.05F, 0},       {0, -0.05F, 0},      {0, 0.06F, 0.06F},
+                              {99, 0.05F, 0},      {100, 0.05F, 0.05F}, {NAN, 0.05F, 0.05F},
+                              {0, 0.05235988F, 0.05235988F}};  // level, w, expected
     for (const auto& c : cases) {
         imu::MotionStats stats;
-        stats.gyro_level = c.level;
-        float w[3] = {c.w, 0.1F, 0.0F};
+        stats.gyro_level = c[0];
+        float w[3] = {c[1], 0.1F, 0.0F};
         stats.clamp_rate(w);
-        EXPECT_EQ(w[0], c.expected) << "level " << c.level << " w " << c.w;
+        EXPECT_EQ(w[0], c[2]) << "level " << c[0] << " w " << c[1];
         EXPECT_EQ(w[1], 0.1F);
     }
 }
@@ -80,31 +80,25 @@ TEST(MotionStats, ZeroRateClampOnlyWhileQuiet) {
 TEST(MotionStats, NonFiniteSampleLeavesTheMeansAfterTwentyUpdates) {
     for (const float bad : {NAN, INFINITY}) {
         imu::MotionStats stats;
-        for (int n = 0; n < 100; ++n) {
-            stats.update(kFlat, kBias);
-        }
+        feed(stats, 100);
         const float v[3] = {bad, -bad, bad};
         stats.update(v, v);
         EXPECT_FALSE(std::isfinite(stats.gyro_level)) << bad;
         EXPECT_EQ(stats.static_count, 0);
-        for (int n = 1; n < 20; ++n) {
-            stats.update(kFlat, kBias);
-        }
+        feed(stats, 19);
         ASSERT_FALSE(std::isfinite(stats.gyro.mean[0])) << "still in the window";
-        stats.update(kFlat, kBias);
+        feed(stats, 1);
         for (int i = 0; i < 3; ++i) {
             EXPECT_NEAR(stats.gyro.mean[i], kBias[i], 1e-7F) << bad;
             EXPECT_NEAR(stats.acc.mean[i], kFlat[i] / imu::kStandardGravity, 1e-6F) << bad;
         }
-        for (int n = 0; n < 201; ++n) {
-            stats.update(kFlat, kBias);
-        }
+        feed(stats, 201);
         EXPECT_NEAR(stats.gyro_bias_estimate[1], kBias[1], 1e-7F) << bad;
     }
 }
 
-// The statistics and the calibration step run before the field check, so an
-// update refused for a missing field still publishes the levels.
+// The statistics run before the field check, so an update refused for a
+// missing field still publishes the levels.
 TEST_F(EngineTest, LevelsPublishedWhenFieldIsMissing) {
     IMU s{};
     s.acc_raw[2] = 9.8066F;

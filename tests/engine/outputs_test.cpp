@@ -36,20 +36,17 @@ void expect_bits(const float* got, const float* want, int n, const char* what) {
 // Filter quaternion (0.6, 0.8, 0, 0) reads (0.8, -0, -0, 0.6) in the device
 // frame; its negative-scalar twin is flipped so that w >= 0.
 TEST(Outputs, QuaternionAndRotationVectorInDeviceFrame) {
-    const struct {
-        float q0;
-        float quat[4];
-    } cases[] = {{0.6F, {0.8F, -0.0F, -0.0F, 0.6F}}, {-0.6F, {-0.8F, 0.0F, 0.0F, 0.6F}}};
+    const float cases[][5] = {{0.6F, 0.8F, -0.0F, -0.0F, 0.6F}, {-0.6F, -0.8F, 0.0F, 0.0F, 0.6F}};
     for (const auto& c : cases) {
-        publish(c.q0, 0.8F, 0, 0);
+        publish(c[0], 0.8F, 0, 0);
         float quat[4] = {};
         float rv[3] = {};
         EXPECT_EQ(sfc_get_quaternion(quat) + sfc_get_rotation_vector(rv), 0);
-        expect_bits(quat, c.quat, 4, "quat");
-        expect_bits(rv, c.quat, 3, "rotation vector");
+        expect_bits(quat, c + 1, 4, "quat");
+        expect_bits(rv, c + 1, 3, "rotation vector");
         float raw[4] = {};
         get_quaternion(raw);
-        EXPECT_TRUE(raw[0] == c.q0 && raw[1] == 0.8F) << "filter frame, scalar first";
+        EXPECT_TRUE(raw[0] == c[0] && raw[1] == 0.8F) << "filter frame, scalar first";
     }
 }
 
@@ -69,9 +66,10 @@ TEST(Outputs, EulerAngleMapping) {
     EXPECT_EQ(get_euler_angles(e), -22);
 }
 
-// A flat still phone: gravity (-0, 0, 1) g, global (0, 0, -1), identity
-// matrix, and an all-zero linear acceleration refused.
-TEST(Outputs, FlatPhoneVectors) {
+// Flat and still: gravity (-0, 0, 1) g, global (0, 0, -1), identity matrix,
+// zero linear acceleration refused. The whole record gives gravity and
+// linear acceleration in m/s^2, global in g.
+TEST(Outputs, FlatPhoneVectorsAndWholeRecord) {
     publish(1, 0, 0, 0);
     float g[3] = {};
     float e[3] = {};
@@ -85,30 +83,20 @@ TEST(Outputs, FlatPhoneVectors) {
     expect_bits(e, want_e, 3, "global");
     expect_bits(r, identity, 9, "matrix");
     EXPECT_EQ(sfc_get_linear_acceleration(l), -22);
+    const float a[3] = {0.0F, 0.0F, 0.5F};
+    publish(1, 0, 0, 0, a);
+    SFC_OUT out{};
+    EXPECT_EQ(sfc_get_sfc_out(&out), 0);
+    EXPECT_EQ(out.gravity[2], 9.8066F);
+    EXPECT_FLOAT_EQ(out.linear_acc[2], -0.5F * 0.95F * 9.8066F);
+    EXPECT_EQ(out.global_acc[2], -0.5F);
+    EXPECT_EQ(out.rotation_matrix[0], 1.0F);
 }
 
-// The high-pass subtracts the mean of the last 20 values, the new one
-// included; a not-a-number value leaves it with the history.
+// The getter converts (l0, -l1, -l2) after a high-pass that subtracts the
+// mean of the last 20 values, the new one included; it advances only when
+// the output is valid. A not-a-number value leaves with the history.
 TEST(Outputs, LinearAccelerationHighPass) {
-    imu::OutputFilters o;
-    const float bad[3] = {NAN, 0.5F, 0.5F};
-    const float u[3] = {0.5F, -0.25F, 1.0F};
-    float out[3];
-    o.high_pass(u, out);
-    EXPECT_FLOAT_EQ(out[1], 0.95F * u[1]);
-    o.high_pass(bad, out);
-    for (int n = 3; n <= 22; ++n) {
-        o.high_pass(u, out);
-        ASSERT_EQ(std::isnan(out[0]), n < 22) << n;
-    }
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_NEAR(out[i], 0.0F, 1e-6F) << i;
-    }
-}
-
-// The getter converts (l0, -l1, -l2) and advances the high-pass only when
-// the output is valid; otherwise it writes nothing.
-TEST(Outputs, LinearAccelerationGetterAdvancesOnlyWhenValid) {
     const float a[3] = {0.1F, 0.2F, 0.9F};
     publish(1, 0, 0, 0, a);
     float l[3] = {};
@@ -121,6 +109,14 @@ TEST(Outputs, LinearAccelerationGetterAdvancesOnlyWhenValid) {
     EXPECT_EQ(get_linear_acceleration(untouched), -22);
     EXPECT_EQ(untouched[0], 7.0F);
     EXPECT_FLOAT_EQ(imu::engine().outputs.mean[0], -0.1F / 20.0F) << "not advanced";
+    imu::OutputFilters o;
+    const float bad[3] = {NAN, 0.5F, 0.5F};
+    o.high_pass(bad, l);
+    for (int n = 2; n <= 21; ++n) {
+        o.high_pass(a, l);
+        ASSERT_EQ(std::isnan(l[0]), n < 21) << n;
+    }
+    EXPECT_NEAR(l[0] + l[1] + l[2], 0.0F, 1e-6F);
 }
 
 // From load (flat, armed): gz 0.70 switches to upright and disarms; 0.72
@@ -128,32 +124,26 @@ TEST(Outputs, LinearAccelerationGetterAdvancesOnlyWhenValid) {
 TEST(Outputs, CompassHeadingHysteresis) {
     imu::OutputFilters o;
     imu::OutputBlock b{};
-    const struct {
-        float gz;
-        int orientation;
-    } steps[] = {{0.70F, 2}, {0.72F, 2}, {0.90F, 1}, {0.95F, 1}, {0.50F, 2}};
+    const float steps[][2] = {{0.70F, 2}, {0.72F, 2}, {0.90F, 1}, {0.95F, 1}, {0.50F, 2}};
     for (const auto& s : steps) {
-        b.gravity[2] = s.gz;
+        b.gravity[2] = s[0];
         o.compass_heading(b);
-        EXPECT_EQ(o.heading_orientation, s.orientation) << "gz " << s.gz;
-        EXPECT_EQ(o.heading_armed, 0) << "gz " << s.gz;
+        EXPECT_EQ(o.heading_orientation, static_cast<int>(s[1])) << "gz " << s[0];
+        EXPECT_EQ(o.heading_armed, 0) << "gz " << s[0];
     }
 }
 
 // Flat, the heading is the top edge's azimuth; upright, the back's. Heading
 // 0 with out[2] = 0 is refused; a caller's nonzero out[2] is kept.
 TEST_F(EngineTest, CompassHeadingFollowsTheRightAxis) {
-    const struct {
-        imu::sim::Quat pose;
-        float heading;
-    } cases[] = {{imu::sim::pose(30), 30.0F}, {imu::sim::pose(120, 90), 120.0F}};
-    for (const auto& c : cases) {
-        publish(static_cast<float>(c.pose.w), static_cast<float>(c.pose.x),
-                -static_cast<float>(c.pose.y), -static_cast<float>(c.pose.z));
+    for (const auto& [pose, heading] : {std::pair{imu::sim::pose(30), 30.0F},
+                                        std::pair{imu::sim::pose(120, 90), 120.0F}}) {
+        publish(static_cast<float>(pose.w), static_cast<float>(pose.x),
+                -static_cast<float>(pose.y), -static_cast<float>(pose.z));
         float out[3] = {0, 0, 0};
         sfc_get_compass_heading(out);  // may switch formula
-        EXPECT_EQ(sfc_get_compass_heading(out), 0) << c.heading;
-        EXPECT_NEAR(out[0], c.heading, 1e-3F);
+        EXPECT_EQ(sfc_get_compass_heading(out), 0) << heading;
+        EXPECT_NEAR(out[0], heading, 1e-3F);
     }
     publish(1, 0, 0, 0);
     float out[3] = {5, 5, 0};
@@ -192,17 +182,15 @@ TEST_F(EngineTest, GettersAfterRecovery) {
     publish(0.6F, 0.8F, 0, 0);
     filter().re_initialize();
     filter().output_valid = 0;
-    const struct {
-        Getter get;
-        bool writes;
-    } cases[] = {{sfc_get_euler_angle, false}, {sfc_get_quaternion, false},
-                 {sfc_get_linear_acceleration, false}, {sfc_get_global_acceleration, false},
-                 {sfc_get_compass_heading, false}, {sfc_get_rotation_vector, true},
-                 {sfc_get_gravity, true}};
-    for (const auto& c : cases) {
+    const std::pair<Getter, bool> cases[] = {  // getter, writes zeros
+        {sfc_get_euler_angle, false},         {sfc_get_quaternion, false},
+        {sfc_get_linear_acceleration, false}, {sfc_get_global_acceleration, false},
+        {sfc_get_compass_heading, false},     {sfc_get_rotation_vector, true},
+        {sfc_get_gravity, true}};
+    for (const auto& [get, writes] : cases) {
         float v[4] = {9, 9, 9, 9};
-        EXPECT_EQ(c.get(v), -22) << "case " << (&c - cases);
-        EXPECT_EQ(v[0], c.writes ? 0.0F : 9.0F) << "case " << (&c - cases);
+        EXPECT_EQ(get(v), -22) << "case " << (&get - &cases[0].first);
+        EXPECT_EQ(v[0], writes ? 0.0F : 9.0F) << "writes " << writes;
     }
     float r[9] = {9};
     EXPECT_EQ(sfc_get_rotation_matrix(r), 0);
@@ -215,18 +203,6 @@ TEST_F(EngineTest, GettersAfterRecovery) {
     }
     EXPECT_EQ(out.rotation_matrix[8], 0.0F);
     EXPECT_EQ(out.gyro_level, 2.0F);
-}
-
-// A valid record: gravity and linear acceleration in m/s^2, global in g.
-TEST_F(EngineTest, WholeRecordScalesToMetresPerSecondSquared) {
-    const float a[3] = {0.0F, 0.0F, 0.5F};
-    publish(1, 0, 0, 0, a);
-    SFC_OUT out{};
-    EXPECT_EQ(sfc_get_sfc_out(&out), 0);
-    EXPECT_EQ(out.gravity[2], 9.8066F);
-    EXPECT_FLOAT_EQ(out.linear_acc[2], -0.5F * 0.95F * 9.8066F);
-    EXPECT_EQ(out.global_acc[2], -0.5F);
-    EXPECT_EQ(out.rotation_matrix[0], 1.0F);
 }
 
 // Threshold 3 deg/s: 0.05 rad/s is zeroed, 0.06 kept, on the calibrated field only.

@@ -13,37 +13,30 @@ namespace {
 
 using imu::test::EngineTest;
 
-constexpr std::int32_t k5ms = 5000000;
 const float kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
 IMU sample(float ax, float ay, float az, float mx, float my, float mz) {
     IMU s{};
-    const float acc[3] = {ax, ay, az};
-    const float mag[3] = {mx, my, mz};
-    std::memcpy(s.acc_raw, acc, sizeof acc);
-    std::memcpy(s.mag_raw, mag, sizeof mag);
+    const float v[6] = {ax, ay, az, mx, my, mz};
+    std::memcpy(s.acc_raw, v, sizeof s.acc_raw);
+    std::memcpy(s.mag_raw, v + 3, sizeof s.mag_raw);
     return s;
 }
 
 // Flat, face up, still, top edge to magnetic north.
 IMU flat_north() { return sample(0, 0, 9.8066F, 0, 20, -40); }
 
-int update(IMU s, std::int32_t dt = k5ms) { return sfc_update_posture(&s, dt); }
+int update(IMU s, std::int32_t dt = 5000000) { return sfc_update_posture(&s, dt); }
 
-float yaw_deg(const float* q) {
-    return static_cast<float>(std::atan2(2.0 * (q[1] * q[2] + q[0] * q[3]),
-                                         q[0] * q[0] + q[1] * q[1] - q[2] * q[2] - q[3] * q[3]) *
-                              imu::kDegPerRad);
-}
+const imu::PostureFilter& filter() { return imu::engine().filter; }
 
 // The first update logs the version once, creates the calibration file,
 // initialises and leaves the outputs zero.
 TEST_F(EngineTest, FirstUpdateInitialises) {
     EXPECT_EQ(update(flat_north()), 1);
-    const auto& f = imu::engine().filter;
-    EXPECT_EQ(f.reinit_pending, 0);
+    EXPECT_EQ(filter().reinit_pending, 0);
     for (int i = 0; i < 29; ++i) {
-        ASSERT_EQ((&f.out.euler[0])[i], 0.0F) << "output block " << i;
+        ASSERT_EQ((&filter().out.euler[0])[i], 0.0F) << "output block " << i;
     }
     update(flat_north());
     const auto lines = log_.lines();
@@ -68,40 +61,37 @@ TEST_F(EngineTest, InitialisationFromAccelerometerAndField) {
     for (const auto& c : cases) {
         sfc_re_initialize();
         ASSERT_EQ(update(c.s), 1);
-        const float* q = imu::engine().filter.state_quat;
+        const float* q = filter().state_quat;
         for (int i = 0; i < 4; ++i) {
             EXPECT_NEAR(c.q[0] == 0 ? std::fabs(q[i]) : q[i], c.q[i], 1e-6F) << &c - cases << i;
         }
     }
 }
 
-struct ModeCase {
-    std::int32_t mode;
-    int result;  // of a filtering update with an all-zero field
-};
-
-class FusionMode : public EngineTest, public testing::WithParamInterface<ModeCase> {};
+class FusionMode : public EngineTest, public testing::WithParamInterface<std::pair<int, int>> {};
 
 // Modes 0, 3, 4 refuse an update without a field (below 1e-6) and keep the
 // published quaternion; the others filter without heading correction.
 TEST_P(FusionMode, MissingFieldBlocksOnlyModesZeroThreeFour) {
+    const auto [mode, result] = GetParam();
     update(flat_north());
     update(flat_north());
     float before[4];
-    std::memcpy(before, imu::engine().filter.output_quat, sizeof before);
-    set_fusion_mode(&GetParam().mode);
-    EXPECT_EQ(sfc_get_fusion_mode(), GetParam().mode);
-    EXPECT_EQ(update(sample(0, 0, 9.8066F, 0, 9e-7F, 0)), GetParam().result);
-    if (GetParam().result == 1) {
-        EXPECT_EQ(std::memcmp(before, imu::engine().filter.output_quat, sizeof before), 0);
+    std::memcpy(before, filter().output_quat, sizeof before);
+    const std::int32_t m = mode;
+    set_fusion_mode(&m);
+    EXPECT_EQ(sfc_get_fusion_mode(), mode);
+    EXPECT_EQ(update(sample(0, 0, 9.8066F, 0, 9e-7F, 0)), result);
+    if (result == 1) {
+        EXPECT_EQ(std::memcmp(before, filter().output_quat, sizeof before), 0);
     }
     EXPECT_EQ(update(sample(0, 0, 9.8066F, 0, 1e-6F, 0)), 0) << "1e-6 is present";
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, FusionMode,
-                         testing::Values(ModeCase{0, 1}, ModeCase{1, 0}, ModeCase{2, 0},
-                                         ModeCase{3, 1}, ModeCase{4, 1}, ModeCase{5, 0},
-                                         ModeCase{-1, 0}));
+                         testing::Values(std::pair{0, 1}, std::pair{1, 0}, std::pair{2, 0},
+                                         std::pair{3, 1}, std::pair{4, 1}, std::pair{5, 0},
+                                         std::pair{-1, 0}));
 
 // dt = 0 predicts nothing however fast the gyroscope, but still corrects tilt.
 TEST_F(EngineTest, ZeroIntervalPredictsNothingButStillCorrects) {
@@ -109,30 +99,27 @@ TEST_F(EngineTest, ZeroIntervalPredictsNothingButStillCorrects) {
     IMU spin = flat_north();
     spin.gyro_raw[2] = 3.0F;
     ASSERT_EQ(update(spin, 0), 0);
-    EXPECT_NEAR(imu::engine().filter.output_quat[0], 1.0F, 1e-6F);
+    EXPECT_NEAR(filter().output_quat[0], 1.0F, 1e-6F);
     ASSERT_EQ(update(sample(0, 4.9033F, 8.4928F, 0, 20, -40), 0), 0);  // top raised 30 deg
-    EXPECT_GT(std::fabs(imu::engine().filter.output_quat[1]), 0.01F);
+    EXPECT_GT(std::fabs(filter().output_quat[1]), 0.01F);
 }
 
 // With the filter x axis near vertical (|a1|, |a2| < 0.15) the measured y
 // is multiplied by a2^2, and the linear acceleration uses the altered y;
 // at 0.15 nothing is attenuated.
 TEST(AccelerometerCorrection, NearVerticalXAxisAttenuatesY) {
-    float a[3] = {1.0F, 0.1F, 0.1F};
     float q[4] = {std::sqrt(0.5F), 0, -std::sqrt(0.5F), 0};  // filter x axis down
     float p[16] = {};
-    imu::correct_accelerometer(q, p, a);
-    const float n = std::sqrt(1.02F);
-    EXPECT_FLOAT_EQ(a[0], 1.0F / n);
-    EXPECT_FLOAT_EQ(a[1], (0.1F / n) * (0.1F / n) * (0.1F / n));
     imu::PostureFilter f;
     f.reinit_pending = 0;
     std::memcpy(f.state_quat, q, sizeof q);
-    float a2[3] = {1.0F, 0.1F, 0.1F};
+    float a[3] = {1.0F, 0.1F, 0.1F};
     const float zero[3] = {0, 0, 0};
-    ASSERT_TRUE(f.filter(a2, zero, zero, 0.005F, false));
-    EXPECT_EQ(f.out.linear_acc[1], f.out.gravity[1] - a2[1]);
-    EXPECT_FLOAT_EQ(a2[1], a[1]);
+    ASSERT_TRUE(f.filter(a, zero, zero, 0.005F, false));
+    const float n = std::sqrt(1.02F);
+    EXPECT_FLOAT_EQ(a[0], 1.0F / n);
+    EXPECT_FLOAT_EQ(a[1], (0.1F / n) * (0.1F / n) * (0.1F / n));
+    EXPECT_EQ(f.out.linear_acc[1], f.out.gravity[1] - a[1]);
     float limit[3] = {0.0F, 0.15F, 0.1F};
     float q1[4] = {1, 0, 0, 0};
     imu::correct_accelerometer(q1, p, limit);
@@ -188,9 +175,12 @@ TEST(HeadingCorrection, WrapsInnovationAcrossHalfTurn) {
     // At zero tilt psi_m = atan2(m0, -m1).
     const float m[3] = {static_cast<float>(std::sin(psi)), -static_cast<float>(std::cos(psi)), 0};
     imu::correct_heading(q, p, m);
+    const double yaw = std::atan2(2.0 * (q[1] * q[2] + q[0] * q[3]),
+                                  q[0] * q[0] + q[1] * q[1] - q[2] * q[2] - q[3] * q[3]) /
+                       imu::sim::kDegToRad;
     const double expected =
         -175.0 + 2.0 * std::atan(-10.0 * imu::sim::kDegToRad / 2.00015) / imu::sim::kDegToRad;
-    EXPECT_NEAR(std::remainder(yaw_deg(q) - expected, 360.0), 0.0, 0.01);
+    EXPECT_NEAR(std::remainder(yaw - expected, 360.0), 0.0, 0.01);
 }
 
 // qal_ForceNAN waits for a filtering update, which then logs the two
@@ -203,11 +193,10 @@ TEST_F(EngineTest, ForcedNotANumberRecoversInThreeUpdates) {
     log_.clear();
     EXPECT_EQ(update(flat_north()), 0);
     EXPECT_EQ(qal_ForceNAN_flag, 0);
-    const auto& f = imu::engine().filter;
-    EXPECT_EQ(f.output_valid, 0);
-    EXPECT_EQ(f.reinit_pending, 1);
+    EXPECT_EQ(filter().output_valid, 0);
+    EXPECT_EQ(filter().reinit_pending, 1);
     for (int i = 0; i < 16; ++i) {
-        ASSERT_EQ(f.covariance[i], 0.0F) << i;
+        ASSERT_EQ(filter().covariance[i], 0.0F) << i;
     }
     const auto lines = log_.texts();
     ASSERT_EQ(lines.size(), 2U);
@@ -216,9 +205,9 @@ TEST_F(EngineTest, ForcedNotANumberRecoversInThreeUpdates) {
               "DT:0.005000,ax:0.000000,0.000000,9.806600,mx:0.000000,20.000000,-40.000000,"
               "gx:0.000000,0.000000,0.000000\n");
     EXPECT_EQ(update(flat_north()), 1);
-    EXPECT_EQ(f.output_valid, 0) << "initialisation does not change validity";
+    EXPECT_EQ(filter().output_valid, 0) << "initialisation does not change validity";
     EXPECT_EQ(update(flat_north()), 0);
-    EXPECT_EQ(f.output_valid, 1);
+    EXPECT_EQ(filter().output_valid, 1);
 }
 
 // Re-initialising keeps the rate matrix, the mode and validity, and clears
@@ -230,14 +219,13 @@ TEST_F(EngineTest, ReinitialiseKeepsRateModeAndValidity) {
     update(s);
     sfc_set_fusion_mode(7);
     sfc_set_center_yaw_angle(12.5F);
-    EXPECT_EQ(imu::engine().filter.out.centre_yaw, 12.5F);
+    EXPECT_EQ(filter().out.centre_yaw, 12.5F);
     EXPECT_EQ(sfc_re_initialize(), 0);
-    const auto& f = imu::engine().filter;
-    EXPECT_EQ(f.prev_omega[4], 0.5F) << "row 1, column 0 holds w0 / 2";
+    EXPECT_EQ(filter().prev_omega[4], 0.5F) << "row 1, column 0 holds w0 / 2";
     EXPECT_EQ(sfc_get_fusion_mode(), 7);
-    EXPECT_EQ(f.output_valid, 1);
-    EXPECT_EQ(f.out.centre_yaw, 0.0F);
-    EXPECT_EQ(f.reinit_pending, 1);
+    EXPECT_EQ(filter().output_valid, 1);
+    EXPECT_EQ(filter().out.centre_yaw, 0.0F);
+    EXPECT_EQ(filter().reinit_pending, 1);
 }
 
 // run_library hands microseconds times 1000 to the update (dt 0.01 s in the log).

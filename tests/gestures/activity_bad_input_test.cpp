@@ -5,21 +5,18 @@
 
 #include <climits>
 #include <cmath>
-#include <limits>
 #include <set>
 
 #include "imu/gestures.h"
 
 namespace {
 
-struct Detector {
+const struct Detector {
     const char* name;
     int (*fn)(float*);
     std::set<float> third_values;  // what out[2] may hold
     bool keeps_slot_without_time;  // dt 0: the slot is left as it was
-};
-
-const Detector kDetectors[] = {
+} kDetectors[] = {
     {"tap", sfc_get_tap, {0.0F, 1.0F}, true},
     {"tap_desk", sfc_get_tap_desk, {0.0F, 1.0F}, true},
     {"tap_pocket", sfc_get_tap_pocket, {0.0F, 1.0F}, false},
@@ -28,25 +25,22 @@ const Detector kDetectors[] = {
 };
 
 TEST(ActivityBadInput, NullSlotAndZeroTime) {
-    dt_g = 0.005F;
-    for (const Detector& d : kDetectors) {
-        EXPECT_EQ(d.fn(nullptr), -22) << d.name;
-    }
-    dt_g = 0.0F;
-    for (const Detector& d : kDetectors) {
-        float out[3] = {1.0F, 2.0F, 3.0F};
-        EXPECT_EQ(d.fn(out), 0) << d.name;
-        if (d.keeps_slot_without_time) {
-            EXPECT_EQ(out[0] + out[2], 4.0F) << d.name;
-        } else {
-            EXPECT_EQ(d.third_values.count(out[2]), 1U) << d.name;
+    for (const float dt : {0.005F, 0.0F}) {
+        for (const Detector& d : kDetectors) {
+            dt_g = dt;
+            float out[3] = {1.0F, 2.0F, 3.0F};
+            EXPECT_EQ(d.fn(dt > 0 ? nullptr : out), dt > 0 ? -22 : 0) << d.name;
+            if (dt == 0 && d.keeps_slot_without_time) {
+                EXPECT_EQ(out[0] + out[2], 4.0F) << d.name;
+            } else if (dt == 0) {
+                EXPECT_EQ(d.third_values.count(out[2]), 1U) << d.name;
+            }
         }
     }
 }
 
 TEST(ActivityBadInput, NonFiniteSignalsKeepTheSlotConvention) {
-    const float inf = std::numeric_limits<float>::infinity();
-    for (const float v : {std::nanf(""), inf, -inf, 1e30F, -1e30F, 0.0F, 9.8066F}) {
+    for (const float v : {NAN, INFINITY, -INFINITY, 1e30F, -1e30F, 0.0F, 9.8066F}) {
         for (int call = 0; call < 50; ++call) {
             gyro_static_level_g = w_filtered_mag = w_filtered_mag_h = comp_acc = comp_gyro = v;
             for (int k = 0; k < 3; ++k) {
@@ -72,6 +66,7 @@ TEST(ActivityBadInput, TiltNullAnglesAndFlagIndexOutOfRange) {
     imu_motion_detect(nullptr);
     EXPECT_EQ(motion.count, 1);
     motion.flags[4] = 1;
+    EXPECT_EQ(imu_motion_is_detected(4), 1);
     for (const int i : {5, -1, INT_MAX, INT_MIN}) {
         EXPECT_EQ(imu_motion_is_detected(i), 0) << i;
     }

@@ -92,10 +92,10 @@ class PedometerPause : public ::testing::TestWithParam<double> {};
 
 TEST_P(PedometerPause, EndsTheWalkOnlyWhenIntervalsAreIrregular) {
     const double pause_s = GetParam();
-    const std::vector<float> two_s{5, 1, 1, 1, 1, 1, 1, 1, 1, 1};
-    const std::vector<float> three_s{5, 1, 1, 5, 1, 1};
     ActivityScript s(Carry::kHand);
     s.hold(4.0).steps(8, 0.5).hold(pause_s).steps(8, 0.5).hold(1.0);
+    const std::vector<float> two_s{5, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+    const std::vector<float> three_s{5, 1, 1, 5, 1, 1};
     EXPECT_EQ(run(s.frames()).counts, pause_s < 2.5 ? two_s : three_s);
 }
 
@@ -112,6 +112,8 @@ TEST(PedometerWalkFromStart, FirstReportCountsUnfilledLengthsAsZero) {
     EXPECT_NEAR(r.lengths[0], 3.0 * 0.763 + length_for(first_interval), 1e-4);
 }
 
+// comp_gyro at exactly 0 for four calls stops the pedometer at -1 for good,
+// from the first call or at step 11 of a walk; three silent calls are a glitch.
 struct Silence {
     int steps_before;
     std::size_t calls;
@@ -120,8 +122,6 @@ struct Silence {
 
 class PedometerNoRotation : public ::testing::TestWithParam<Silence> {};
 
-// comp_gyro at exactly 0 for four calls stops the pedometer at -1 for good,
-// from the first call or at step 11 of a walk; three silent calls are a glitch.
 TEST_P(PedometerNoRotation, FourSilentCallsStopItForGood) {
     const Silence& c = GetParam();
     ActivityScript s(Carry::kHand);
@@ -129,9 +129,7 @@ TEST_P(PedometerNoRotation, FourSilentCallsStopItForGood) {
     const std::size_t from = c.steps_before == 0 ? 0 : s.frames().size();
     ActivityRecording frames = s.steps(20 - c.steps_before, 0.5).frames();
     for (std::size_t i = from; i < from + c.calls; ++i) {
-        for (float& g : frames[i].imu.gyro) {
-            g = 0.0F;
-        }
+        std::fill(std::begin(frames[i].imu.gyro), std::end(frames[i].imu.gyro), 0.0F);
     }
     const WalkResult r = run(frames);
     EXPECT_EQ(std::accumulate(r.counts.begin(), r.counts.end(), 0.0F), c.steps);

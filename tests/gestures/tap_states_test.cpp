@@ -7,6 +7,7 @@
 
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "gestures/taps.h"
@@ -19,7 +20,6 @@ using namespace imu;  // NOLINT(google-build-using-namespace): state names
 enum Det { kHand, kDesk, kPocket };
 
 HandTap& hand() { return hand_tap(); }
-DeskTap& desk() { return desk_tap(); }
 PocketTap& pocket() { return pocket_tap(); }
 
 void set_signals(float level) {
@@ -30,12 +30,6 @@ void set_signals(float level) {
     comp_acc = 9.8F;
     comp_gyro = 0.2F;
     gravity_g_abs[0] = 0.0F;
-}
-
-int call(Det d, float* out) {
-    return d == kHand   ? sfc_get_tap(out)
-           : d == kDesk ? sfc_get_tap_desk(out)
-                        : sfc_get_tap_pocket(out);
 }
 
 void strong_maxima() {
@@ -56,25 +50,6 @@ struct Row {
     void (*extra)() = nullptr;  // further state or signals
 };
 
-struct View {
-    int& state;
-    float& timer;
-    float& still;  // the quiet timer in a pocket
-    sfc_gesture_trigger& trigger;
-};
-
-View view(Det d) {
-    if (d == kHand) {
-        return {hand().tap_state, hand().tap_timer, hand().tap_still_timer, hand().trigger};
-    }
-    if (d == kDesk) {
-        return {desk().tap_desk_state, desk().tap_desk_timer, desk().tap_desk_still_timer,
-                desk().trigger};
-    }
-    return {pocket().tap_pocket_state, pocket().tap_pocket_timer, pocket().tap_pocket_quiet_timer,
-            pocket().trigger};
-}
-
 void PrintTo(const Row& c, std::ostream* os) { *os << c.name; }
 
 class TapState : public ::testing::TestWithParam<Row> {};
@@ -82,21 +57,31 @@ class TapState : public ::testing::TestWithParam<Row> {};
 TEST_P(TapState, OneCall) {
     const Row& c = GetParam();
     set_signals(c.level);
-    const View v = view(c.d);
-    v.state = c.from;
-    v.timer = c.timer;
-    v.still = c.still;
+    DeskTap& desk = desk_tap();
+    PocketTap& p = pocket();
+    // state, tap timer, still timer, trigger of the detector
+    const auto [state, timer, still, trigger] =
+        c.d == kHand   ? std::tie(hand().tap_state, hand().tap_timer, hand().tap_still_timer,
+                                  hand().trigger)
+        : c.d == kDesk ? std::tie(desk.tap_desk_state, desk.tap_desk_timer,
+                                  desk.tap_desk_still_timer, desk.trigger)
+                       : std::tie(p.tap_pocket_state, p.tap_pocket_timer,
+                                  p.tap_pocket_quiet_timer, p.trigger);
+    state = c.from;
+    timer = c.timer;
+    still = c.still;
     if (c.burst) {
         strong_maxima();  // only the pocket looks at them
-        v.trigger.state = 2;
-        v.trigger.total = 0.05F;
+        trigger.state = 2;
+        trigger.total = 0.05F;
     }
     if (c.extra != nullptr) {
         c.extra();
     }
     float out[3] = {7.0F, 7.0F, 7.0F};
-    ASSERT_EQ(call(c.d, out), 0);
-    EXPECT_EQ(v.state, c.to);
+    ASSERT_EQ(c.d == kHand ? sfc_get_tap(out) : c.d == kDesk ? sfc_get_tap_desk(out)
+                                                             : sfc_get_tap_pocket(out), 0);
+    EXPECT_EQ(state, c.to);
     EXPECT_EQ(out[2], c.hit ? 1.0F : 0.0F);
     EXPECT_EQ(out[0], 0.0F);
 }
