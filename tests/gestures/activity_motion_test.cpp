@@ -43,14 +43,16 @@ ActivityRecording held_still() {
     imu::test::ActivityScript s(imu::test::Carry::kHand);
     return s.hold(3.0).frames();
 }
+ActivityRecording still_flat() { return imu::test::still_flat(3.0); }
+ActivityRecording hand_walk() { return imu::test::hand_walk(16, 0.5, 1.0); }
+ActivityRecording carried_walk() { return imu::test::carried_walk(16, 0.5); }
 
-INSTANTIATE_TEST_SUITE_P(
-    Recordings, MotionDetection,
-    ::testing::Values(Recording{"still_flat", [] { return imu::test::still_flat(3.0); }, 0, 0},
-                      Recording{"held_still", held_still, 0.5, 1},
-                      Recording{"hand_walk", [] { return imu::test::hand_walk(16, 0.5, 1.0); }, 2.0, 1},
-                      Recording{"carried_walk", [] { return imu::test::carried_walk(16, 0.5); }, 1.0, 2}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Recordings, MotionDetection,
+                         ::testing::Values(Recording{"still_flat", still_flat, 0, 0},
+                                           Recording{"held_still", held_still, 0.5, 1},
+                                           Recording{"hand_walk", hand_walk, 2.0, 1},
+                                           Recording{"carried_walk", carried_walk, 1.0, 2}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // Class 0 needs L < 7 and |gravity z| > 8.5 (9.0 here); class 2 needs L > 1000.
 TEST(MotionDetectionLimits, ClassAtTheBoundaries) {

@@ -370,8 +370,8 @@ TEST(StepModules, RandomInputStaysInTheRecordWithoutOverflow) {
                            : static_cast<std::int32_t>(rng() % 2000000) - 1000000;
     };
     for (const int module : {0, 1}) {
-        const auto size =
-            static_cast<std::size_t>(module == 0 ? velmo_pedometer_sam_mem_req() : oem_1_sam_mem_req());
+        const auto size = static_cast<std::size_t>(module == 0 ? velmo_pedometer_sam_mem_req()
+                                                               : oem_1_sam_mem_req());
         std::vector<unsigned char> bytes(size + 33, 0xC3);
         unsigned char* state = bytes.data() + 17;
         std::int32_t record[10];
