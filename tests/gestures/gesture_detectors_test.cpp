@@ -129,17 +129,6 @@ TEST(GestureDetectors, RecogniseTheirGestureOnceAndRefuseNearMisses) {
     }
 }
 
-// Recognised after the gesture ends, not while it is under way.
-TEST(GestureDetectors, TurnsAreRecognisedWhenTheyEnd) {
-    const auto turn = fresh<imu::TurnOver>(imu::test::turn_face_down());
-    ASSERT_EQ(turn.size(), 1U);
-    EXPECT_GT(turn[0].t_s, 0.5 + 0.45);
-    EXPECT_LT(turn[0].t_s, 0.5 + 0.6 + 0.05);
-    const auto flip = fresh<imu::DoubleFlip>(imu::test::turn_twice(1.0));
-    ASSERT_EQ(flip.size(), 1U);
-    EXPECT_GT(flip[0].t_s, 0.5 + 0.6 + 1.0 + 0.4) << "on the second turn";
-}
-
 // Three z twists of 0.15 s with the given peak rates. A pulse needs 4.5
 // rad/s but a direction is taken beyond 5.5 only: a second twist between
 // the two fails as "same direction" (-2) and the third starts an attempt
