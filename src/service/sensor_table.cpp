@@ -148,13 +148,15 @@ int velmofusion::calculate_fusion() {
 
     if (startup_log_count < kStartupLogCycles) {
         ++startup_log_count;
-        __android_log_print(kLogError, kTag,
-                            "show_loge_count=%d\tacc=%.2f\t%.2f\t%.2f\tmag=%.2f\t%.2f\t%.2f\t"
-                            "gyro=%.2f\t%.2f\t%.2f\t",
-                            static_cast<int>(startup_log_count), double{imu.acc_raw[0]},
-                            double{imu.acc_raw[1]}, double{imu.acc_raw[2]}, double{imu.mag_raw[0]},
-                            double{imu.mag_raw[1]}, double{imu.mag_raw[2]}, double{imu.gyro_raw[0]},
-                            double{imu.gyro_raw[1]}, double{imu.gyro_raw[2]});
+        __android_log_print(
+            kLogError, kTag,
+            "show_loge_count=%d\tacc=%.2f\t%.2f\t%.2f\tmag=%.2f\t%.2f\t%.2f\t"
+            "gyro=%.2f\t%.2f\t%.2f\t",
+            static_cast<int>(startup_log_count), static_cast<double>(imu.acc_raw[0]),
+            static_cast<double>(imu.acc_raw[1]), static_cast<double>(imu.acc_raw[2]),
+            static_cast<double>(imu.mag_raw[0]), static_cast<double>(imu.mag_raw[1]),
+            static_cast<double>(imu.mag_raw[2]), static_cast<double>(imu.gyro_raw[0]),
+            static_cast<double>(imu.gyro_raw[1]), static_cast<double>(imu.gyro_raw[2]));
     }
 
     sfc_update_posture(&imu, time_diff_ns);

@@ -10,9 +10,7 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 constexpr int kHalf = 120;
 
-double rad(double deg) {
-    return deg * kPi / 180.0;
-}
+double rad(double deg) { return deg * kPi / 180.0; }
 
 // Small deterministic generator: uniform in [-1, 1].
 struct Noise {
@@ -26,14 +24,16 @@ struct Noise {
 // y = R^T x for the row-major 3x3 R.
 void rotate_back(const float* r, const double* x, double* y) {
     for (int j = 0; j < 3; ++j) {
-        y[j] = double{r[j]} * x[0] + double{r[3 + j]} * x[1] + double{r[6 + j]} * x[2];
+        y[j] = static_cast<double>(r[j]) * x[0] + static_cast<double>(r[3 + j]) * x[1] +
+               static_cast<double>(r[6 + j]) * x[2];
     }
 }
 
 // The sensor's reading of a device-frame vector, per axis.
 void read_through(const CalibSensorTruth& t, const double* device, float* raw) {
     for (int k = 0; k < 3; ++k) {
-        raw[k] = static_cast<float>(double{t.offset[k]} + device[k] / double{t.scale[k]});
+        raw[k] = static_cast<float>(static_cast<double>(t.offset[k]) +
+                                    device[k] / static_cast<double>(t.scale[k]));
     }
 }
 
@@ -122,7 +122,7 @@ CalibRun make_calib_run(const CalibRunSetup& setup) {
         read_through(setup.mag, mag, step.imu.mag_raw);
         double r2 = 0.0;
         for (int k = 0; k < 3; ++k) {
-            const double d = step.imu.mag_raw[k] - setup.mag.offset[k];
+            const double d = static_cast<double>(step.imu.mag_raw[k] - setup.mag.offset[k]);
             r2 += d * d;
         }
         run.mag_radius += std::sqrt(r2) / (2 * kHalf);
@@ -137,8 +137,10 @@ std::string raw_file_text(const CalibRun& run) {
     for (const CalibStep& s : run.steps) {
         const float* a = s.imu.acc_raw;
         const float* m = s.imu.mag_raw;
-        std::snprintf(line, sizeof line, "%.5f\t%.5f\t%.5f\t%.5f\t%.5f\t%.5f\n", double{a[0]},
-                      double{a[1]}, double{a[2]}, double{m[0]}, double{m[1]}, double{m[2]});
+        std::snprintf(line, sizeof line, "%.5f\t%.5f\t%.5f\t%.5f\t%.5f\t%.5f\n",
+                      static_cast<double>(a[0]), static_cast<double>(a[1]),
+                      static_cast<double>(a[2]), static_cast<double>(m[0]),
+                      static_cast<double>(m[1]), static_cast<double>(m[2]));
         text += line;
     }
     return text;

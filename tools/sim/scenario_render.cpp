@@ -269,8 +269,8 @@ private:
         for (const test::GestureFrame& f : g.frames()) {
             Tick t{};
             for (int i = 0; i < 3; ++i) {
-                t.acc[i] = f.imu.acc[i];
-                t.gyro[i] = f.imu.gyro[i];
+                t.acc[i] = static_cast<double>(f.imu.acc[i]);
+                t.gyro[i] = static_cast<double>(f.imu.gyro[i]);
             }
             t.truth = to_quat(f.pose);
             ticks_.push_back(t);
@@ -299,7 +299,7 @@ private:
             const std::size_t i1 = std::min(i0 + 1, frames.size() - 1);
             const double w = x - static_cast<double>(i0);
             const auto mix = [&](const float* a, const float* b, int i) {
-                return (1.0 - w) * double{a[i]} + w * double{b[i]};
+                return (1.0 - w) * static_cast<double>(a[i]) + w * static_cast<double>(b[i]);
             };
             const test::ActivityFrame& f0 = frames[i0];
             const test::ActivityFrame& f1 = frames[i1];

@@ -215,10 +215,11 @@ void write_csv(std::ostream& out, const std::vector<Sample>& samples) {
     for (const Sample& s : samples) {
         std::snprintf(line, sizeof line,
                       "%.6f,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.9g,%.17g,%.17g,%.17g,%.17g\n",
-                      s.t_s, double{s.acc[0]}, double{s.acc[1]}, double{s.acc[2]},
-                      double{s.gyro[0]}, double{s.gyro[1]}, double{s.gyro[2]}, double{s.mag[0]},
-                      double{s.mag[1]}, double{s.mag[2]}, s.truth.w, s.truth.x, s.truth.y,
-                      s.truth.z);
+                      s.t_s, static_cast<double>(s.acc[0]), static_cast<double>(s.acc[1]),
+                      static_cast<double>(s.acc[2]), static_cast<double>(s.gyro[0]),
+                      static_cast<double>(s.gyro[1]), static_cast<double>(s.gyro[2]),
+                      static_cast<double>(s.mag[0]), static_cast<double>(s.mag[1]),
+                      static_cast<double>(s.mag[2]), s.truth.w, s.truth.x, s.truth.y, s.truth.z);
         out << line;
     }
 }
