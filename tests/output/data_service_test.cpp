@@ -9,6 +9,7 @@
 #include <atomic>
 #include <future>
 #include <mutex>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,7 +32,7 @@ constexpr const char* kCalibrator = "/data/velmo/calibrator_service";
 
 Bytes counting(std::size_t n, int first) {
     Bytes b(n);
-    for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<unsigned char>(first + static_cast<int>(i));
+    std::iota(b.begin(), b.end(), static_cast<unsigned char>(first));
     return b;
 }
 
@@ -112,7 +113,6 @@ TEST_F(DataService, FolderAndPaths) {
         EXPECT_EQ(mode_of(path), c.mode_after) << c.rel;
     }
     EXPECT_EQ(daemon.creat_service_folder(nullptr), -1);
-
     std::string fits = "/" + std::string(106, 'a');  // 107 bytes and the terminator
     std::string too_long = fits + "b";
     EXPECT_EQ(daemon.update_service_path(too_long.data()), -36);

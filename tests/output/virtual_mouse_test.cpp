@@ -130,17 +130,14 @@ TEST(VirtualMouse, MissingInputDirectoryIsLogged) {
     EXPECT_EQ(log.count("Directory " + root.path("/dev/input") + " open failed."), 1);
 }
 
-// The scan takes only an exact name, and only a path that fits the buffer.
+// The scan takes only an exact name (small buffers: see the touch tests).
 TEST(InputDeviceScan, FindsOnlyTheExactNameWithinTheBuffer) {
     imu::test::TempRoot root;
     root.make_input_device("event0", "VelmoVirtualMouse2");
-    char path[8] = "short";
-    EXPECT_EQ(imu::open_input_device("VelmoVirtualMouse", O_RDWR, path, sizeof path), -1);
-    EXPECT_EQ(imu::open_input_device(nullptr, O_RDWR, path, sizeof path), -1);
+    char full[4096] = "";
+    EXPECT_EQ(imu::open_input_device("VelmoVirtualMouse", O_RDWR, full, sizeof full), -1);
+    EXPECT_EQ(imu::open_input_device(nullptr, O_RDWR, full, sizeof full), -1);
     root.make_input_device("event4", "VelmoVirtualMouse");
-    EXPECT_EQ(imu::open_input_device("VelmoVirtualMouse", O_RDWR, path, sizeof path), -1);
-    EXPECT_STREQ(path, "short");
-    char full[4096];
     const int fd = imu::open_input_device("VelmoVirtualMouse", O_RDWR, full, sizeof full);
     EXPECT_EQ(std::string(full), root.path("/dev/input/event4"));
     const int r = ::open(full, O_RDONLY | O_NONBLOCK);

@@ -19,32 +19,25 @@ constexpr float kDegPerRad = 57.295F;
 const float kFlat[3] = {0.0F, 0.0F, 9.8F};
 const float kStill[3] = {0.0F, 0.0F, 0.0F};
 
+void run(AirMouseState& s, int calls, const float* rate, const float* acc = kFlat) {
+    for (int k = 0; k < calls; ++k) {
+        imu::air_update(s, rate, acc);
+    }
+}
 void turn_z(AirMouseState& s, float dps, int calls = 1) {
     const float rate[3] = {0.0F, 0.0F, dps / kDegPerRad};
-    for (int k = 0; k < calls; ++k) {
-        imu::air_update(s, rate, kFlat);
-    }
+    run(s, calls, rate);
 }
-
+void run_still(AirMouseState& s, int calls, const float* acc = kFlat) { run(s, calls, kStill, acc); }
 std::vector<float> v3(const float* p) { return {p[0], p[1], p[2]}; }
-
-void run_still(AirMouseState& s, int calls, const float* acc = kFlat) {
-    for (int k = 0; k < calls; ++k) {
-        imu::air_update(s, kStill, acc);
-    }
-}
 
 TEST(AirMouse, StillFlatPhoneNeverMovesAndReachesFullPrecision) {
     AirMouseState s;
-    const float divisor[] = {1.0F, 2.0F, 3.0F, 4.0F, 4.0F};
     for (int k = 0; k < 300; ++k) {
         imu::air_update(s, kStill, kFlat);
         ASSERT_TRUE(s.dx == 0 && s.dy == 0) << "call " << k;
-        if (k < 5) {
-            EXPECT_EQ(s.divisor, divisor[k]) << "call " << k;
-        }
     }
-    EXPECT_EQ(s.gain, 10.0F);
+    EXPECT_EQ(s.divisor, 4.0F);
     EXPECT_TRUE(std::fabs(s.pitch_deg) < 1e-6F && std::fabs(s.roll_deg) < 1e-6F);
 }
 
@@ -55,42 +48,22 @@ TEST(AirMouse, SteadyTurnGivesTwoStepsPerCallAtFullSpeed) {
     for (int k = 0; k < 200; ++k) {
         turn_z(s, -10.0F);
         EXPECT_NEAR(s.h_dps, 10.0F, 1e-4) << "call " << k;
-        ASSERT_EQ(s.dy, 0);
-        if (k >= 20) {
-            ASSERT_EQ(s.divisor, 1.0F) << "call " << k;
-            ASSERT_EQ(s.dx, 2) << "call " << k;
-        }
+        ASSERT_TRUE(s.dy == 0 && (k < 20 || (s.divisor == 1.0F && s.dx == 2))) << "call " << k;
     }
     turn_z(s, 10.0F, 20);
     EXPECT_EQ(s.dx, -2);
 }
 
-TEST(AirMouse, SmallRatesAreIgnoredOrDropped) {
-    AirMouseState s;
-    run_still(s, 60);
-    const float tiny[3] = {0.0015F, 0.0015F, 0.0015F};  // below the floor on every axis
-    imu::air_update(s, tiny, kFlat);
-    EXPECT_TRUE(s.h_dps == 0.0F && s.v_dps == 0.0F);
-    const float z_only[3] = {0.0F, 0.0F, 0.002F};
-    imu::air_update(s, z_only, kFlat);
-    EXPECT_NEAR(s.h_dps, -0.11459F, 1e-5);
-    turn_z(s, -3.0F);  // H = 3 below D = 4 is dropped, not gathered
-    EXPECT_EQ(s.divisor, 4.0F);
-    EXPECT_EQ(s.step_acc[0], 0.0F);
-}
-
-struct EmitCase {
-    float acc_x, acc_y;
-    int dx, dy;
-};
-
 // Quarter emission, 4:1 dominance from 20 up, clamping to 127.
 TEST(AirMouse, StepsFromGatheredUnits) {
-    const EmitCase cases[] = {{3.9F, -3.9F, 0, 0},          {4.0F, -4.0F, 1, -1},
+    const struct {
+        float acc_x, acc_y;
+        int dx, dy;
+    } cases[] = {{3.9F, -3.9F, 0, 0},          {4.0F, -4.0F, 1, -1},
                               {120.0F, 20.0F, 30, 0},       {-20.0F, -120.0F, 0, -30},
                               {76.0F, 16.0F, 19, 4},        {120.0F, 40.0F, 30, 10},
                               {800.0F, -800.0F, 127, -127}, {510.0F, 0.0F, 127, 0}};
-    for (const EmitCase& c : cases) {
+    for (const auto& c : cases) {
         AirMouseState s;
         run_still(s, 60);
         s.step_acc[0] = c.acc_x;
@@ -98,27 +71,6 @@ TEST(AirMouse, StepsFromGatheredUnits) {
         imu::air_update(s, kStill, kFlat);
         EXPECT_EQ(std::make_pair(s.dx, s.dy), std::make_pair(c.dx, c.dy)) << c.acc_x;
     }
-}
-
-TEST(AirMouse, FirstFiveCallsGiveNoMotionAndWarmUpHoldsSmallSteps) {
-    AirMouseState s;
-    for (int k = 0; k < 5; ++k) {
-        s.step_acc[0] = 40.0F;
-        turn_z(s, -50.0F);
-        EXPECT_EQ(s.dx, 0) << "call " << k;
-    }
-    AirMouseState t;
-    run_still(t, 10);
-    const struct {
-        float acc;
-        int dx;
-    } steps[] = {{8.0F, 0}, {12.0F, 3}, {8.0F, 2}};  // a step of 3 ends the warm-up
-    for (const auto& c : steps) {
-        t.step_acc[0] = c.acc;
-        imu::air_update(t, kStill, kFlat);
-        EXPECT_EQ(t.dx, c.dx) << c.acc;
-    }
-    EXPECT_EQ(t.warmup, 150);
 }
 
 // Mode 1 (held sideways) turns the axes; an unknown mode keeps the previous sample.
@@ -147,8 +99,7 @@ TEST(AirMouse, SamplesThatAreNotFiniteAreIgnored) {
         imu::air_update(s, bad_rate, kFlat);
         imu::air_update(s, kStill, huge_acc);
     }
-    EXPECT_EQ(s.dx, 0);
-    EXPECT_TRUE(std::isfinite(s.gain) && std::isfinite(s.pitch_deg));
+    EXPECT_TRUE(s.dx == 0 && std::isfinite(s.gain) && std::isfinite(s.pitch_deg));
     turn_z(s, -10.0F, 40);
     imu::air_update(s, nullptr, kFlat);
     EXPECT_EQ(s.dx, 2);  // still working
@@ -166,17 +117,6 @@ TEST(AirMouse, TiltSettlesOnTheAccelerometerAngle) {
     const float pitched[3] = {0.0F, 4.9F, 8.4870F};
     run_still(p, 2000, pitched);
     EXPECT_NEAR(p.pitch_deg, std::asin(4.9 / std::sqrt(80.0)) * 57.295, 0.01);
-}
-
-TEST(AirMouse, RollTurnsTheRatesWithTheHand) {
-    AirMouseState s;
-    s.roll_deg = 90.0F;
-    s.int_roll_deg = 90.0F;
-    s.calls = 10;
-    s.initialised = true;
-    turn_z(s, -10.0F);  // rolled 90 degrees, the yaw turn is vertical
-    EXPECT_NEAR(s.v_dps, 10.0F, 0.1F);
-    EXPECT_NEAR(s.h_dps, 0.0F, 0.2F);
 }
 
 TEST(AirMouseApi, ScreenScalingAndExportedCalls) {

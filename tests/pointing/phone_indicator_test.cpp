@@ -89,21 +89,6 @@ TEST(PhoneIndicator, FaceDownWithoutEnoughTurnIsNotStateOne) {
     EXPECT_EQ(still(t, 0.0F, -kG, 20), 0);
 }
 
-// The first twenty calls only fill the rings; the call counter stops at 2000.
-TEST(PhoneIndicator, WarmUpAndCounter) {
-    PhonePoseState s;
-    const float g[3] = {9.0F, 9.0F, 9.0F};
-    const float a[3] = {0.0F, 0.0F, -kG};
-    for (int k = 0; k < 20; ++k) {
-        EXPECT_EQ(imu::phone_pose_update(s, g, a, 1), 0);
-    }
-    EXPECT_EQ(s.angle_deg[0], 0.0F);
-    EXPECT_EQ(s.axis, 0);
-    still(s, 0.0F, kG, 2480);
-    EXPECT_EQ(s.n, 2000);
-    EXPECT_EQ(s.i, 2500 % 8);
-}
-
 TEST(PhoneIndicatorApi, ExportedFunctionAndBadInput) {
     const float g[3] = {0.0F, 0.0F, 0.0F};
     const float a[3] = {0.0F, 0.0F, kG};

@@ -24,18 +24,6 @@ Results run(zoom_in_out_obj& z, int n, float r1, float r2, float r3, int sensiti
 
 Results zeros(int n) { return Results(static_cast<size_t>(n), 0); }
 
-TEST(ZoomInOut, StepSizeFollowsTheSensitivity) {
-    zoom_in_out_obj z;
-    const struct {
-        int sensitivity;
-        float step;
-    } cases[] = {{0, 0.5F}, {1, 0.1F}, {3, 0.3F}, {10, 1.0F}, {11, 0.5F}, {-4, 0.5F}};
-    for (const auto& c : cases) {
-        run(z, 1, 0.0F, 0.0F, 0.0F, c.sensitivity, 0);
-        EXPECT_EQ(z.step_size, c.step) << c.sensitivity;
-    }
-}
-
 // 0.3 about axis 2 at step 0.5: gathering starts on the tenth call, the
 // eleventh emits 1 (0.6 / 0.5) and the calls then alternate. Mode 0 resets
 // the warm-up but keeps the gathered rate.

@@ -27,20 +27,13 @@ SensorModel quiet() {
     return m;
 }
 
-// What truncation toward zero to multiples of step gives for raw.
 bool truncated(float report, float raw, float step) {
-    const auto k = static_cast<std::int32_t>(raw / step);
-    return report == static_cast<float>(k) * step;
+    return report == static_cast<float>(static_cast<std::int32_t>(raw / step)) * step;
 }
 
 double angle_diff(double a, double b) {
-    double d = std::fmod(a - b, 360.0);
-    if (d > 180.0) {
-        d -= 360.0;
-    } else if (d < -180.0) {
-        d += 360.0;
-    }
-    return d;
+    const double d = std::fmod(a - b + 540.0, 360.0);
+    return d < 0.0 ? d + 180.0 : d - 180.0;
 }
 
 class RecordingTest : public ServiceTest {
@@ -90,9 +83,8 @@ protected:
     long long clock_ns_ = kStartNs;
 };
 
-// GIVEN a phone facing east with its top edge raised by 30 deg, held still
-// THEN after 3 s orientation, gravity, linear acceleration and rotation
-//      vector read the truth, each truncated to its step.
+// Facing east, top edge raised by 30 deg, held still 3 s: the fixed
+// outputs read the truth, each truncated to its step.
 TEST_F(RecordingTest, StillPoseFillsTheFixedOutputs) {
     start({kTap});
     const sim::Quat q = sim::pose(90, 30, 0);
@@ -106,34 +98,20 @@ TEST_F(RecordingTest, StillPoseFillsTheFixedOutputs) {
     const sim::Sample& last = samples.back();
     const Triple g = slot(kGravity);
     const Triple a = slot(kLinearAcceleration);
+    const Triple r = slot(kRotationVector);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_NEAR(g[i], last.acc[i], 0.05) << "gravity " << i;
-        EXPECT_NEAR(a[i], 0.0, 0.05) << "linear acceleration " << i;
+        EXPECT_NEAR(g[i], last.acc[i], 0.05) << i;
+        EXPECT_NEAR(a[i], 0.0, 0.05) << i;
         EXPECT_TRUE(truncated(o[i], s.fusion_data[kOrientation].raw[i], 0.1F)) << i;
         EXPECT_TRUE(truncated(g[i], s.fusion_data[kGravity].raw[i], 0.001F)) << i;
         EXPECT_TRUE(truncated(a[i], s.fusion_data[kLinearAcceleration].raw[i], 0.001F)) << i;
-        EXPECT_TRUE(
-            truncated(slot(kRotationVector)[i], s.fusion_data[kRotationVector].raw[i], 0.001F))
-            << i;
+        EXPECT_TRUE(truncated(r[i], s.fusion_data[kRotationVector].raw[i], 0.001F)) << i;
         EXPECT_EQ(s.fusion_data[kRotationVector].raw[i], s.sfc_out.rotation_vector[i]);
     }
-    // The rotation vector is the vector part of the orientation quaternion:
-    // its length is sin(angle / 2).
-    const Triple r = slot(kRotationVector);
+    // The vector part of the orientation quaternion: length sin(angle / 2).
     const double len = std::sqrt(double{r[0]} * r[0] + double{r[1]} * r[1] + double{r[2]} * r[2]);
-    EXPECT_GT(len, 0.1);
-    EXPECT_LT(len, 1.0);
+    EXPECT_TRUE(len > 0.1 && len < 1.0) << len;
     EXPECT_EQ(slot(kGyro), (Triple{last.gyro[0], last.gyro[1], last.gyro[2]}));
-}
-
-// GIVEN a phone lying flat that turns 90 deg clockwise in one second
-// THEN the Orientation slot follows the azimuth to about 90.
-TEST_F(RecordingTest, TurnIsFollowedInTheOrientationSlot) {
-    start({kShake});
-    const auto samples =
-        record(Trajectory(sim::pose(0)).hold(2.0).turn_heading(90, 1.0).hold(2.0), quiet());
-    feed(samples);
-    EXPECT_NEAR(angle_diff(slot(kOrientation)[0], 90.0), 0.0, 3.0);
 }
 
 TEST_F(RecordingTest, ZoomSlotReadsTheTiltWhenEnabled) {
@@ -144,36 +122,22 @@ TEST_F(RecordingTest, ZoomSlotReadsTheTiltWhenEnabled) {
     control_fusiond(kZoomInOut, 1);
     feed(samples);
     const Triple z = slot(kZoomInOut);
-    EXPECT_EQ(z[1], std::round(z[1]));  // whole degrees
-    EXPECT_EQ(z[2], std::round(z[2]));
+    EXPECT_TRUE(z[1] == std::round(z[1]) && z[2] == std::round(z[2]));  // whole degrees
     EXPECT_GT(std::fabs(z[1]) + std::fabs(z[2]), 20.0F) << z[1] << " " << z[2];
 }
 
-// GIVEN a double tap on a phone held in the hand, pushed through the service
-// THEN the Tap slot recognises it (third value 1.0 in one cycle) while its
-//      bit is set, and stays untouched while it is clear.
+// A double tap in the hand is recognised once (third value 1.0) while the
+// Tap bit is set; the slot stays untouched while it is clear.
 TEST_F(RecordingTest, DoubleTapReachesTheTapSlotOnlyWhenEnabled) {
     start({kShake}, 1);
     const TapRecording rec = hand_double_tap(0.3);
     int recognised = 0;
-    feed_frames(rec.frames, [&](std::size_t) { recognised += slot(kTap)[2] == 1.0F ? 1 : 0; });
-    EXPECT_EQ(recognised, 0);
+    const auto count = [&](std::size_t) { recognised += slot(kTap)[2] == 1.0F ? 1 : 0; };
+    feed_frames(rec.frames, count);
     EXPECT_EQ(slot(kTap), (Triple{0.0F, 0.0F, 0.0F}));
     control_fusiond(kTap, 1);
-    feed_frames(hand_double_tap(0.3).frames,
-                [&](std::size_t) { recognised += slot(kTap)[2] == 1.0F ? 1 : 0; });
+    feed_frames(hand_double_tap(0.3).frames, count);
     EXPECT_EQ(recognised, 1);
-}
-
-// Walking with the phone in the hand: the pedometer slot counts steps.
-TEST_F(RecordingTest, StepsReachThePedometerSlot) {
-    start({kPedometer, kMotionDetection}, 1);
-    ActivityScript walk(Carry::kHand);
-    walk.hold(2.0).steps(20, 0.5).hold(1.0);
-    float steps = 0.0F;
-    feed_frames(walk.frames(), [&](std::size_t) { steps += slot(kPedometer)[2]; });
-    EXPECT_GE(steps, 15.0F);
-    EXPECT_LE(steps, 21.0F);
 }
 
 class AirMouseTest : public RecordingTest {
@@ -182,53 +146,41 @@ protected:
     std::string fifo() const { return root.path("/dev/input/event4"); }
 };
 
-// The air mouse moves the pointer while the phone turns; in modes 3 and 5
-// it runs with its bit clear, in mode 0 (here 2) only with the bit set.
-TEST_F(AirMouseTest, TurnMovesThePointerAndWritesTheDevice) {
-    EventReader reader(fifo());
-    start({kAirMouse});
-    const auto samples =
-        record(Trajectory(sim::pose(0)).hold(1.0).turn_heading(60, 0.5).hold(0.5), quiet());
-    int moved = 0;
-    feed(samples, 2, [&](std::size_t) { moved += slot(kAirMouse)[0] != 0.0F ? 1 : 0; });
-    EXPECT_GT(moved, 10);
-    EXPECT_FALSE(reader.take().empty());
-}
-
+// The air mouse moves the pointer and writes the device while the phone
+// turns: in modes 3 and 5 with its bit clear, otherwise only with it set.
 struct MouseModeCase {
-    int mode;
+    int mode, index;
     bool runs;
 };
 
 class AirMouseMode : public AirMouseTest, public testing::WithParamInterface<MouseModeCase> {};
 
-TEST_P(AirMouseMode, RunsWithoutItsBitOnlyInModesThreeAndFive) {
+TEST_P(AirMouseMode, TurnMovesThePointerWhenItRuns) {
     const MouseModeCase& c = GetParam();
     EventReader reader(fifo());
-    start({kTap}, c.mode);
+    start({c.index}, c.mode);
     const auto samples =
         record(Trajectory(sim::pose(0)).hold(1.0).turn_heading(60, 0.5).hold(0.5), quiet());
     int moved = 0;
     feed(samples, c.mode, [&](std::size_t) { moved += slot(kAirMouse)[0] != 0.0F ? 1 : 0; });
-    EXPECT_EQ(moved > 0, c.runs);
+    EXPECT_EQ(moved > 10, c.runs) << moved;
     EXPECT_EQ(!reader.take().empty(), c.runs);
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, AirMouseMode,
-                         testing::Values(MouseModeCase{0, false}, MouseModeCase{2, false},
-                                         MouseModeCase{3, true}, MouseModeCase{5, true}));
+                         testing::Values(MouseModeCase{0, kTap, false}, MouseModeCase{2, kTap, false},
+                                         MouseModeCase{2, kAirMouse, true},
+                                         MouseModeCase{3, kTap, true}, MouseModeCase{5, kTap, true}));
 
 TEST_F(ServiceTest, AirMouseIndexPassesTheScreenSizeWhetherEnablingOrNot) {
     set_fusiond_moed(1);
     root.write("/data/system/velmo_screen_resolution", "screen_resolution:1920\t1080\n");
     control_fusiond(kAirMouse, 0);
     ASSERT_TRUE(svc().mouse);
-    EXPECT_EQ(svc().mouse->width, 1920);
-    EXPECT_EQ(svc().mouse->height, 1080);
+    EXPECT_EQ(std::make_pair(svc().mouse->width, svc().mouse->height), std::make_pair(1920, 1080));
     root.write("/data/system/velmo_screen_resolution", "screen_resolution:800\t600\n");
     control_fusiond(kAirMouse, 1);
-    EXPECT_EQ(svc().mouse->width, 800);
-    EXPECT_EQ(svc().mouse->height, 600);
+    EXPECT_EQ(std::make_pair(svc().mouse->width, svc().mouse->height), std::make_pair(800, 600));
 }
 
 // An application calibration request: enabling index 5 with the request
@@ -245,21 +197,11 @@ TEST_F(RecordingTest, CalibrationRequestRunsThroughSlotFive) {
     const auto samples = record(Trajectory(sim::pose(0)).turn({1.0, 0.0, 0.0}, 1.0, 3.0), quiet());
     feed(samples);
     const Triple st = slot(kCalibrationStatus);
-    EXPECT_NE(st, (Triple{999.0F, 99.0F, 9.0F}));
-    EXPECT_GT(st[1], 0.0F) << "samples collected";
-    EXPECT_EQ(st[2], 0.0F);
+    EXPECT_TRUE(st[1] > 0.0F && st[2] == 0.0F) << st[0] << " " << st[1];  // samples collected
     control_fusiond(kCalibrationStatus, 0);
     EXPECT_EQ(s.app_calibration, 0);
     EXPECT_EQ(sfc_get_fusion_mode(), 0);
     EXPECT_EQ(root.read("/data/system/velmo_calibrator_s.ini"), "0\n");
-}
-
-TEST_F(RecordingTest, CalibrationSlotWithoutRequestReadsNoRun) {
-    root.write("/data/system/velmo_calibrator_s.ini", "0\n");
-    start({kCalibrationStatus});
-    EXPECT_EQ(svc().app_calibration, 0);
-    feed(record(Trajectory(sim::pose(0)).hold(0.1), quiet()));
-    EXPECT_EQ(slot(kCalibrationStatus), (Triple{999.0F, 99.0F, 9.0F}));
 }
 
 TEST_F(ServiceTest, IndexTenRaisesTheForcedNanFlagEvenWhenDisabling) {
@@ -267,12 +209,6 @@ TEST_F(ServiceTest, IndexTenRaisesTheForcedNanFlagEvenWhenDisabling) {
     qal_ForceNAN_flag = 0;
     control_fusiond(kSnap, 0);
     EXPECT_EQ(qal_ForceNAN_flag, 1);
-}
-
-TEST_F(ServiceTest, ModeOneSetsEngineFusionModeTwo) {
-    set_fusiond_moed(1);
-    control_fusiond(kTap, 1);
-    EXPECT_EQ(sfc_get_fusion_mode(), 2);
 }
 
 }  // namespace

@@ -27,11 +27,17 @@ protected:
         control_fusiond(index, enable);
         svc().fusiond_mode.store(0);
     }
+    void start_save_log() {
+        root.write(kSaveLog, "");
+        enable_quietly(kTap, 1);
+        svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    }
     std::string save_log_rel() const { return std::string("/data/system/velmoLOG") + name_; }
     std::string name_ = "2014_3_7_9_5_12";
 };
 
-// The show-log file as a control call reads it, and what it leaves.
+// The show-log file as a control call reads it ("/": a folder), and what
+// it leaves.
 struct ShowCase {
     const char* name;
     const char* content;  // nullptr: no file
@@ -45,7 +51,9 @@ class ShowLogFile : public LogTest, public testing::WithParamInterface<ShowCase>
 
 TEST_P(ShowLogFile, SetsOneBitOfTheMask) {
     const ShowCase& c = GetParam();
-    if (c.content != nullptr) {
+    if (c.content != nullptr && std::string(c.content) == "/") {
+        root.mkdir(kShowLog);
+    } else if (c.content != nullptr) {
         root.write(kShowLog, c.content);
     }
     svc().log_type = c.log_type_before;
@@ -68,17 +76,9 @@ INSTANTIATE_TEST_SUITE_P(
                     ShowCase{"negative_index", "-3 1\n", 0x41, 0x41, true, nullptr},
                     ShowCase{"empty", "", 0x41, 0x41, false, "Success\n"},
                     ShowCase{"garbage", "tap on\n", 0x41, 0x41, false, "Success\n"},
-                    ShowCase{"value_not_number", "12 x\n", 0x1000, 0, true, nullptr}),
+                    ShowCase{"value_not_number", "12 x\n", 0x1000, 0, true, nullptr},
+                    ShowCase{"folder", "/", 0x41, 0x41, false, "Is a directory\n"}),
     [](const testing::TestParamInfo<ShowCase>& info) { return info.param.name; });
-
-TEST_F(LogTest, ShowLogFileThatIsAFolder) {
-    root.mkdir(kShowLog);
-    svc().log_type = 0x41;
-    enable_quietly(kTap, 1);
-    EXPECT_EQ(svc().log_type, 0x41U);
-    EXPECT_EQ(svc().log_switch & kConsoleLogOn, 0U);
-    EXPECT_EQ(log.count("Is a directory\n"), 1);
-}
 
 TEST_F(LogTest, StatusLinesEveryCycle) {
     root.write(kShowLog, "27 1\n");
@@ -123,32 +123,14 @@ TEST_F(LogTest, EverySlotLineCarriesItsName) {
             names.push_back(t.substr(t.rfind(' ') + 1));
         }
     }
-    const std::vector<std::string> want = {"Acceleration\n",
-                                           "Magnetic\n",
-                                           "Gyro\n",
-                                           "Light\n",
-                                           "Proximity\n",
-                                           "Orientation\n",
-                                           "RotationVector\n",
-                                           "LinearAcceleration\n",
-                                           "Gravity\n",
-                                           "Snap\n",
-                                           "Shake\n",
-                                           "Tap\n",
-                                           "Turn_Over\n",
-                                           "Rolling\n",
-                                           "Double_Flip\n",
-                                           "Raise_Up\n",
-                                           "Put_Down\n",
-                                           "Rotate\n",
-                                           "Air_Mouse\n",
-                                           "Corrected_Gyro\n",
-                                           "Tap_Desk\n",
-                                           "Tap_Pocket\n",
-                                           "Motion_Detection\n",
-                                           "Pedometer\n",
-                                           "Zoom_In_Out\n",
-                                           "Hand_Held\n"};
+    const std::vector<std::string> want = {
+        "Acceleration\n", "Magnetic\n",     "Gyro\n",           "Light\n",
+        "Proximity\n",    "Orientation\n",  "RotationVector\n", "LinearAcceleration\n",
+        "Gravity\n",      "Snap\n",         "Shake\n",          "Tap\n",
+        "Turn_Over\n",    "Rolling\n",      "Double_Flip\n",    "Raise_Up\n",
+        "Put_Down\n",     "Rotate\n",       "Air_Mouse\n",      "Corrected_Gyro\n",
+        "Tap_Desk\n",     "Tap_Pocket\n",   "Motion_Detection\n", "Pedometer\n",
+        "Zoom_In_Out\n",  "Hand_Held\n"};
     EXPECT_EQ(names, want);
 }
 
@@ -164,9 +146,7 @@ std::string record(const velmofusion& s) {
 }
 
 TEST_F(LogTest, SaveLogSpansOneStretchOfEnabledSensors) {
-    root.write(kSaveLog, "");
-    enable_quietly(kTap, 1);
-    svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    start_save_log();
     std::string want = "velmo log start\n";
     for (int i = 0; i < 3; ++i) {
         cycle(1000000000LL + i * 5000000LL);
@@ -195,9 +175,7 @@ TEST_F(LogTest, SaveLogOfAnExistingNameIsEmptiedWithoutFirstLine) {
 }
 
 TEST_F(LogTest, SwitchFileRemovedClosesTheSaveLog) {
-    root.write(kSaveLog, "");
-    enable_quietly(kTap, 1);
-    svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    start_save_log();
     cycle(1000000000LL);
     const std::string first = record(svc());
     ASSERT_EQ(svc().log_file_open, 1);
@@ -209,9 +187,7 @@ TEST_F(LogTest, SwitchFileRemovedClosesTheSaveLog) {
 }
 
 TEST_F(LogTest, SaveLogThatCannotBeOpenedIsRetriedNextCycle) {
-    root.write(kSaveLog, "");
-    enable_quietly(kTap, 1);
-    svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    start_save_log();
     root.mkdir(save_log_rel());  // a folder of that name cannot be opened
     cycle(1000000000LL);
     EXPECT_EQ(svc().log_file_open, 0);
@@ -223,9 +199,7 @@ TEST_F(LogTest, SaveLogThatCannotBeOpenedIsRetriedNextCycle) {
 }
 
 TEST_F(LogTest, SaveLogInAMissingFolderReportsUnableToOpen) {
-    root.write(kSaveLog, "");
-    enable_quietly(kTap, 1);
-    svc().set_now_time(2014, 3, 7, 9, 5, 12);
+    start_save_log();
     std::snprintf(svc().log_name, sizeof svc().log_name, "%s", "no/such/dir");
     cycle(1000000000LL);
     EXPECT_EQ(svc().save_log(), -1);
