@@ -95,16 +95,8 @@ TEST_F(Touch, ConvertScalesTruncatesAndHolds) {
     EXPECT_EQ(s.convert_y(400), 0);
 }
 
-TEST(TouchChomp, StripsOnlyTrailingLineEnds) {
-    const struct { const char* in; int length; const char* out; } cases[] = {
-        {"Velmo\r\n", 7, "Velmo"}, {"Velmo\n\n\r", 8, "Velmo"}, {"a\nb", 3, "a\nb"},
-        {"\n\r\n", 3, ""}, {"Velmo\n", 0, "Velmo\n"}, {"Velmo\n", 5, "Velmo\n"}};
-    for (const auto& c : cases) {
-        char buf[16] = {};
-        std::strncpy(buf, c.in, sizeof buf - 1);
-        EXPECT_EQ(touch_service::chomp(buf, c.length), 0) << c.in;
-        EXPECT_STREQ(buf, c.out) << c.in;
-    }
+// Line ends are stripped through the name files below; here its bad input.
+TEST(TouchChomp, RefusesBadInput) {
     char buf[] = "x\n";
     EXPECT_EQ(touch_service::chomp(nullptr, 2), -1);
     EXPECT_EQ(touch_service::chomp(buf, -1), -1);

@@ -54,10 +54,7 @@ protected:
     // Waits up to 3 s for cond (the poll thread naps up to 500 ms).
     static bool eventually(const std::function<bool()>& cond) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-        while (std::chrono::steady_clock::now() < end) {
-            if (cond()) {
-                return true;
-            }
+        while (!cond() && std::chrono::steady_clock::now() < end) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
         return cond();
