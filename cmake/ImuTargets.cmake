@@ -20,6 +20,9 @@ endfunction()
 
 # Results must not depend on whether a compiler fuses a multiply and an add.
 add_compile_options(-ffp-contract=off)
+# A 32-bit glibc build otherwise fails readdir and stat with EOVERFLOW on
+# file systems with 64-bit inode numbers (a phone's C library never does).
+add_compile_definitions(_FILE_OFFSET_BITS=64)
 
 # imu_add_part(<name> [SOURCES <files...>] [DEPENDS <parts...>])
 # Creates the OBJECT library imu_<name> from the given sources, or from every
