@@ -25,7 +25,8 @@ bool is_socket(const std::string& path);
 // Polls pred until it holds or the limit passes; returns its last value.
 bool wait_until(const std::function<bool()>& pred,
                 std::chrono::milliseconds limit = std::chrono::seconds(10));
-// Threads of this process now (entries of /proc/self/task).
+// Threads of this process now (entries of /proc/self/task; under an
+// emulator, once the count has settled).
 int thread_count();
 
 }  // namespace imu::test
