@@ -7,7 +7,8 @@
 #                   and runs it; builds the example with the pkg-config line
 #                   of examples/README.md
 # Usage: package_test.sh <case> <build dir> <source dir> <work dir>
-# Environment: IMU_LIBDIR, IMU_VERSION, CC, CXX, CFLAGS, CXXFLAGS, LDFLAGS.
+# Environment: IMU_LIBDIR, IMU_VERSION, CC, CXX, CFLAGS, CXXFLAGS, LDFLAGS,
+# and IMU_EMULATOR (the command that runs a cross build's programs).
 set -euo pipefail
 test_case="$1" build="$2" src="$3" work="$4"
 
@@ -27,7 +28,8 @@ fail() {
 run() {
     local out="$1" status=0
     shift
-    "$@" >"$out" 2>"$out.stderr" || status=$?
+    # shellcheck disable=SC2086  # the emulator is a word list
+    ${IMU_EMULATOR:-} "$@" >"$out" 2>"$out.stderr" || status=$?
     if [ "$status" -ne 0 ]; then
         cat "$out" "$out.stderr" >&2
         fail "$* exited with $status"
