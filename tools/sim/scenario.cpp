@@ -8,28 +8,28 @@
 namespace imu::sim {
 namespace {
 
-struct ArgSpec {
+struct ArgLimits {
     const char* what;
     double lo;
     double hi;
     bool whole;
 };
 
-struct StepSpec {
+struct StepForm {
     const char* name;
     StepKind kind;
     int required;  // numbers that must be given; the rest have defaults
     int count;     // numbers the step takes
     double defaults[2];
-    ArgSpec args[2];
+    ArgLimits args[2];
 };
 
-constexpr ArgSpec kSeconds{"seconds", 0.001, 3600.0, false};
-constexpr ArgSpec kMoveSeconds{"seconds", 0.2, 10.0, false};
-constexpr ArgSpec kFlipSeconds{"seconds", 0.2, 5.0, false};
-constexpr ArgSpec kNone{"", 0.0, 0.0, false};
+constexpr ArgLimits kSeconds{"seconds", 0.001, 3600.0, false};
+constexpr ArgLimits kMoveSeconds{"seconds", 0.2, 10.0, false};
+constexpr ArgLimits kFlipSeconds{"seconds", 0.2, 5.0, false};
+constexpr ArgLimits kNone{"", 0.0, 0.0, false};
 
-constexpr StepSpec kSteps[] = {
+constexpr StepForm kSteps[] = {
     {"still", StepKind::kStill, 1, 1, {0.0, 0.0}, {kSeconds, kNone}},
     {"pick_up", StepKind::kPickUp, 0, 1, {1.0, 0.0}, {kMoveSeconds, kNone}},
     {"lay_flat", StepKind::kLayFlat, 0, 1, {1.0, 0.0}, {kMoveSeconds, kNone}},
@@ -127,20 +127,20 @@ std::string format_limit(double v) {
     return s.str();
 }
 
-// Checks one number against its spec; throws with the step's name.
-double checked(const std::string& step, const ArgSpec& spec, const std::string& text,
+// Checks one number against its limits; throws with the step's name.
+double checked(const std::string& step, const ArgLimits& want, const std::string& text,
                const Scenario& sc, int line) {
     // "walk: steps must be ..." for a step's numbers, "seed must be ..." for a setting.
-    const std::string subject = *spec.what == '\0' ? step : step + ": " + spec.what;
+    const std::string subject = *want.what == '\0' ? step : step + ": " + want.what;
     double v = 0.0;
     if (!parse_number(text, &v)) {
         throw ScenarioError(sc.name, line, subject + " must be a number, not '" + text + "'");
     }
-    const bool whole_ok = !spec.whole || v == std::floor(v);
-    if (v < spec.lo || v > spec.hi || !whole_ok) {
+    const bool whole_ok = !want.whole || v == std::floor(v);
+    if (v < want.lo || v > want.hi || !whole_ok) {
         throw ScenarioError(sc.name, line,
-                            subject + " must be " + (spec.whole ? "a whole number " : "") +
-                                "from " + format_limit(spec.lo) + " to " + format_limit(spec.hi) +
+                            subject + " must be " + (want.whole ? "a whole number " : "") +
+                                "from " + format_limit(want.lo) + " to " + format_limit(want.hi) +
                                 ", not '" + text + "'");
     }
     return v;
@@ -207,7 +207,7 @@ bool parse_setting(const std::vector<std::string>& tok, Scenario& sc, int line, 
 
 std::string step_names() {
     std::string names;
-    for (const StepSpec& s : kSteps) {
+    for (const StepForm& s : kSteps) {
         names += names.empty() ? "" : ", ";
         names += s.name;
     }
@@ -237,37 +237,36 @@ Scenario parse_scenario(std::istream& in, const std::string& name) {
             pose = sc.start;
             continue;
         }
-        const StepSpec* spec = nullptr;
-        for (const StepSpec& s : kSteps) {
+        const StepForm* def = nullptr;
+        for (const StepForm& s : kSteps) {
             if (tok[0] == s.name) {
-                spec = &s;
+                def = &s;
             }
         }
-        if (spec == nullptr) {
+        if (def == nullptr) {
             throw ScenarioError(name, line,
                                 "unknown step '" + tok[0] + "' (steps: " + step_names() +
                                     "; settings: rate, mag_rate, seed, noise, start)");
         }
         const int given = static_cast<int>(tok.size()) - 1;
-        if (given < spec->required) {
-            throw ScenarioError(name, line,
-                                std::string(spec->name) + " needs " + spec->args[0].what);
+        if (given < def->required) {
+            throw ScenarioError(name, line, std::string(def->name) + " needs " + def->args[0].what);
         }
-        if (given > spec->count) {
+        if (given > def->count) {
             throw ScenarioError(
                 name, line,
-                std::string(spec->name) + " takes " +
-                    (spec->count == 0 ? std::string("no numbers")
-                                      : "at most " + std::to_string(spec->count) +
-                                            (spec->count == 1 ? " number" : " numbers")));
+                std::string(def->name) + " takes " +
+                    (def->count == 0 ? std::string("no numbers")
+                                     : "at most " + std::to_string(def->count) +
+                                           (def->count == 1 ? " number" : " numbers")));
         }
         ScenarioStep step;
-        step.kind = spec->kind;
+        step.kind = def->kind;
         step.line = line;
-        for (int i = 0; i < spec->count; ++i) {
+        for (int i = 0; i < def->count; ++i) {
             const auto k = static_cast<std::size_t>(i);
-            step.args[k] = i < given ? checked(spec->name, spec->args[k], tok[k + 1], sc, line)
-                                     : spec->defaults[k];
+            step.args[k] = i < given ? checked(def->name, def->args[k], tok[k + 1], sc, line)
+                                     : def->defaults[k];
         }
         if (step.kind == StepKind::kTurn && step.args[0] == 0.0) {
             throw ScenarioError(name, line, "turn: degrees must not be 0");
@@ -275,7 +274,7 @@ Scenario parse_scenario(std::istream& in, const std::string& name) {
         HeldPose needed = HeldPose::kFlat;
         if (needs_pose(step.kind, &needed) && pose != needed) {
             throw ScenarioError(name, line,
-                                std::string(spec->name) + " needs the phone " + pose_name(needed) +
+                                std::string(def->name) + " needs the phone " + pose_name(needed) +
                                     ", but it is " + pose_name(pose) + " (" + how_to_reach(needed) +
                                     ")");
         }
