@@ -1,11 +1,9 @@
 #!/usr/bin/env bash
 # Installs the built libimu into a fresh prefix and uses it the way an
-# integrator does, in one of two cases:
-#   find_package    builds examples/ with find_package(imu), runs the sensor
-#                   service example and checks what it prints
-#   pkg_config      links a C program with `pkg-config --cflags --libs imu`
-#                   and runs it; builds the example with the pkg-config line
-#                   of examples/README.md
+# integrator does: find_package builds examples/ with find_package(imu);
+# pkg_config links a C program with `pkg-config --cflags --libs imu` and
+# builds the example with the pkg-config line of examples/README.md. Both
+# run the sensor service example and check what it prints.
 # Usage: package_test.sh <case> <build dir> <source dir> <work dir>
 # Environment: IMU_LIBDIR, IMU_VERSION, CC, CXX, CFLAGS, CXXFLAGS, LDFLAGS,
 # and IMU_EMULATOR (the command that runs a cross build's programs).
@@ -23,8 +21,7 @@ fail() {
     exit 1
 }
 
-# Runs a program with its stderr (the library's log) kept aside and shown
-# only when the program fails.
+# Runs a program; its stderr (the library's log) is shown only on failure.
 run() {
     local out="$1" status=0
     shift
@@ -49,23 +46,25 @@ run_example() {
 check_example_output() {
     awk '
         function abs(x) { return x < 0 ? -x : x }
-        function flat(what) {
-            if (abs($4) > 1.0 || abs($5) > 1.0) bad(what " is not flat: " $0)
-            if (abs($6) > 0.1 || abs($7) > 0.1 || abs($8 - 9.8066) > 0.05)
-                bad(what " gravity is not straight down: " $0)
-        }
         function bad(m) { print "FAIL: " m > "/dev/stderr"; failed = 1 }
-        /^#/ { next }
-        { rows++ }
-        $1 == "2.000" { if ($2 != "still") bad("2 s is not still"); flat("still"); still = $3 }
-        $1 == "3.000" { if ($2 != "turn") bad("3 s is not turn"); flat("turned"); turned = $3 }
-        $1 == "4.000" { if ($2 != "hold") bad("4 s is not hold"); flat("held"); held = $3 }
+        function row(phase) {
+            if ($2 != phase) bad($1 " s is not " phase)
+            if (abs($4) > 1.0 || abs($5) > 1.0) bad(phase " is not flat: " $0)
+            if (abs($6) > 0.1 || abs($7) > 0.1 || abs($8 - 9.8066) > 0.05)
+                bad(phase " gravity is not straight down: " $0)
+            return $3
+        }
         function quarter_left(what, az,    turn) {
             turn = az - still
             while (turn > 180) turn -= 360
             while (turn < -180) turn += 360
             if (abs(turn + 90) > 2) bad(what " azimuth turned by " turn " deg, not -90")
         }
+        /^#/ { next }
+        { rows++ }
+        $1 == "2.000" { still = row("still") }
+        $1 == "3.000" { turned = row("turn") }
+        $1 == "4.000" { held = row("hold") }
         END {
             if (rows != 8) bad("expected 8 rows, got " rows)
             quarter_left("turned", turned)

@@ -1,8 +1,8 @@
 // Replays of synthetic recordings with a known truth through the service
-// API: the orientation follows the truth in every layout, unit and timing
-// mode; cycles are counted as the service runs them; the per-cycle CSV and
-// the plot are written. Each case runs in a process of its own (the service
-// object lives as long as the process).
+// API: the orientation follows the truth in every timing mode; cycles are
+// counted as the service runs them; the per-cycle CSV and the plot are
+// written. Each case runs in a process of its own (the service object lives
+// as long as the process).
 
 #include <gtest/gtest.h>
 
@@ -21,8 +21,9 @@
 namespace imu::replay {
 namespace {
 
-// Still, a quarter turn to the right, top edge raised 30 deg, still again.
-std::vector<sim::Sample> turn_and_tilt() {
+// Still, a quarter turn to the right, top edge raised 30 deg, still again;
+// the magnetometer sampled every mag_every-th cycle.
+Recording turn_and_tilt(int mag_every = 1) {
     sim::SensorModel m;
     m.acc_noise_mps2 = 0.05;
     m.gyro_noise_rps = 0.003;
@@ -30,74 +31,90 @@ std::vector<sim::Sample> turn_and_tilt() {
     sim::Trajectory t(sim::pose(40));
     t.hold(3.0).turn_heading(90, 1.0).hold(1.0);
     t.turn({1, 0, 0}, 30.0 * sim::kDegToRad, 1.0, sim::Frame::kDevice).hold(2.0);
-    return sim::record(t, m);
+    Recording rec;
+    EXPECT_EQ(parse_recording(test::event_stream_csv(sim::record(t, m), mag_every), "r.csv",
+                              Layout::kAuto, Units{}, rec),
+              "");
+    return rec;
 }
 
-double angle_diff(double a, double b) {
-    double d = std::fmod(a - b + 540.0, 360.0) - 180.0;
-    return std::fabs(d);
-}
-
-ReplaySettings settings_for(int mode, std::vector<int> enable = {4, 11, 12, 24}) {
+ReplaySettings settings_for(int mode) {
     ReplaySettings s;
     s.mode = mode;
-    s.enable = std::move(enable);
+    s.enable = {4, 11, 12, 24};
     return s;
 }
 
 struct RunCase {
     const char* label;
-    bool wide;
-    bool acc_in_g;
-    bool gyro_in_deg;
     int mag_every;
     int mode;
 };
 
-class FollowsTruthTest : public testing::TestWithParam<RunCase> {
-protected:
-    test::TempRoot root;
-};
+std::string read_file(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    std::stringstream s;
+    s << f.rdbuf();
+    return s.str();
+}
 
-// GIVEN the recording in one layout and unit, replayed in one service mode
-// THEN every gyroscope sample runs a cycle, the orientation error stays
-//      within 1 deg RMS after the filter settles, and the final Orientation
-//      slot reads azimuth 130, pitch -30, roll 0.
+class FollowsTruthTest : public testing::TestWithParam<RunCase> {};
+
+// Every gyroscope sample runs a cycle, the orientation error stays within
+// 1 deg RMS after the filter settles, and the final Orientation slot reads
+// azimuth 130, pitch -30, roll 0. The per-cycle CSV has a header naming the
+// chosen slots and one row per cycle, whose numbers read back to the floats
+// the service returned.
 TEST_P(FollowsTruthTest, OrientationFollowsTheTruth) {
-    const RunCase& c = GetParam();
-    const auto samples = turn_and_tilt();
-    Units units;
-    units.acc_in_g = c.acc_in_g;
-    units.gyro_in_deg = c.gyro_in_deg;
-    Recording rec;
-    ASSERT_EQ(parse_recording(c.wide ? test::wide_csv(samples, c.acc_in_g, c.gyro_in_deg)
-                                     : test::event_stream_csv(samples, c.mag_every),
-                              "r.csv", Layout::kAuto, units, rec),
-              "");
+    test::TempRoot root;
+    const Recording rec = turn_and_tilt(GetParam().mag_every);
+    const std::size_t gyro = rec.count[static_cast<int>(Sensor::kGyro)];
+    const std::string path = root.dir() + "/out.csv";
+    ReplaySettings s = settings_for(GetParam().mode);
+    s.out = std::fopen(path.c_str(), "w");
+    s.out_slots = {2, 4};
     ReplayResult r;
-    ASSERT_EQ(run_replay(rec, settings_for(c.mode), r), "");
-    EXPECT_EQ(r.cycles, samples.size());
+    ASSERT_EQ(run_replay(rec, s, r), "");
+    std::fclose(s.out);
+    EXPECT_EQ(r.cycles, gyro);
     EXPECT_EQ(r.not_ready + r.time_errors, 0U);
     EXPECT_EQ(r.samples, rec.rows.size());
-    EXPECT_GT(r.error_cycles, samples.size() * 2 / 3);
+    EXPECT_GT(r.error_cycles, gyro * 2 / 3);
     EXPECT_LT(r.error_rms_deg, 1.0);
     EXPECT_LT(r.error_max_deg, 6.0);
-    EXPECT_LT(angle_diff(r.final_orientation[0], 130.0), 1.5);
+    EXPECT_LT(std::fabs(std::fmod(r.final_orientation[0] - 130.0 + 540.0, 360.0) - 180.0), 1.5);
     EXPECT_NEAR(r.final_orientation[1], -30.0, 1.5);
     EXPECT_NEAR(r.final_orientation[2], 0.0, 1.5);
     EXPECT_TRUE(r.gestures.empty());
     EXPECT_EQ(r.step_count, 0.0);
     EXPECT_GT(r.cycles_per_s, 0.0);
+
+    std::istringstream lines(read_file(path));
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(line, "t_s,Gravity_0,Gravity_1,Gravity_2,Orientation_0,Orientation_1,Orientation_2");
+    std::size_t rows = 0;
+    for (std::string row; std::getline(lines, row); ++rows) {
+        line = row;
+    }
+    EXPECT_EQ(rows, r.cycles);
+    float v[7];
+    ASSERT_EQ(std::sscanf(line.c_str(), "%f,%f,%f,%f,%f,%f,%f", &v[0], &v[1], &v[2], &v[3], &v[4],
+                          &v[5], &v[6]),
+              7);
+    EXPECT_FLOAT_EQ(v[0], 8.0F);
+    EXPECT_NEAR(std::hypot(v[1], v[2], v[3]), 9.8066, 0.05);  // gravity
+    for (int a = 0; a < 3; ++a) {
+        EXPECT_EQ(v[4 + a], r.final_orientation[a]);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Runs, FollowsTruthTest,
-    testing::Values(RunCase{"event_mode0", false, false, false, 1, 0},
-                    RunCase{"event_slow_mag", false, false, false, 4, 0},
-                    RunCase{"event_intervals_mode2", false, false, false, 1, 2},
-                    RunCase{"wide_si", true, false, false, 1, 0},
-                    RunCase{"wide_g_deg", true, true, true, 1, 0}),
-    [](const testing::TestParamInfo<RunCase>& i) { return std::string(i.param.label); });
+INSTANTIATE_TEST_SUITE_P(Runs, FollowsTruthTest,
+                         testing::Values(RunCase{"slow_mag_mode0", 4, 0},
+                                         RunCase{"intervals_mode2", 1, 2}),
+                         [](const testing::TestParamInfo<RunCase>& i) {
+                             return std::string(i.param.label);
+                         });
 
 struct CountCase {
     int mode;
@@ -105,15 +122,13 @@ struct CountCase {
     std::size_t cycles;
 };
 
-class ReplayCountTest : public testing::TestWithParam<CountCase> {
-protected:
-    test::TempRoot root;
-};
+class ReplayCountTest : public testing::TestWithParam<CountCase> {};
 
 // Gyroscope samples before the first accelerometer (and, except in mode 1,
 // magnetometer) sample run no cycle, nor does the one after a gap of a
 // second; both are counted.
 TEST_P(ReplayCountTest, CountsTheSamplesThatRanNoCycle) {
+    test::TempRoot root;
     std::string text = "0,gyro,0,0,0\n5000000,gyro,0,0,0\n10000000,acc,0,0,9.8\n"
                        "10000000,gyro,0,0,0\n15000000,mag,0,20,-40\n";
     long long t = 15000000;
@@ -137,71 +152,21 @@ INSTANTIATE_TEST_SUITE_P(Modes, ReplayCountTest,
                              return "mode" + std::to_string(i.param.mode);
                          });
 
-std::string read_file(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream s;
-    s << f.rdbuf();
-    return s.str();
-}
-
-// The per-cycle CSV has a header naming the chosen slots and one row per
-// cycle; its numbers read back to the floats the service returned.
-TEST(ReplayOutputTest, WritesOneRowPerCycle) {
-    test::TempRoot root;
-    Recording rec;
-    ASSERT_EQ(parse_recording(test::event_stream_csv(turn_and_tilt()), "r.csv", Layout::kAuto,
-                              Units{}, rec),
-              "");
-    const std::string path = test::write_temp_file("");
-    std::FILE* out = std::fopen(path.c_str(), "w");
-    ASSERT_NE(out, nullptr);
-    ReplaySettings s = settings_for(0);
-    s.out = out;
-    s.out_slots = {2, 4};
-    ReplayResult r;
-    ASSERT_EQ(run_replay(rec, s, r), "");
-    std::fclose(out);
-    std::istringstream lines(read_file(path));
-    std::remove(path.c_str());
-    std::string line;
-    std::getline(lines, line);
-    EXPECT_EQ(line, "t_s,Gravity_0,Gravity_1,Gravity_2,Orientation_0,Orientation_1,Orientation_2");
-    std::size_t rows = 0;
-    std::string last;
-    while (std::getline(lines, line)) {
-        ++rows;
-        last = line;
-    }
-    EXPECT_EQ(rows, r.cycles);
-    float v[7];
-    ASSERT_EQ(std::sscanf(last.c_str(), "%f,%f,%f,%f,%f,%f,%f", &v[0], &v[1], &v[2], &v[3], &v[4],
-                          &v[5], &v[6]),
-              7);
-    EXPECT_FLOAT_EQ(v[0], 8.0F);
-    EXPECT_EQ(v[4], r.final_orientation[0]);
-    EXPECT_EQ(v[5], r.final_orientation[1]);
-    EXPECT_EQ(v[6], r.final_orientation[2]);
-    EXPECT_NEAR(std::hypot(v[1], v[2], v[3]), 9.8066, 0.05);  // gravity
-}
-
-bool gnuplot_missing() { return std::system("command -v gnuplot >/dev/null 2>&1") != 0; }
-
+// The plot (azimuth wrapping at 180 deg), with quotes in every name it
+// writes into the plot script.
 TEST(ReplayPlotTest, WritesAPng) {
-    if (gnuplot_missing() && std::getenv("CI") == nullptr) {
+    if (std::system("command -v gnuplot >/dev/null 2>&1") != 0 && std::getenv("CI") == nullptr) {
         GTEST_SKIP() << "gnuplot is not installed (scripts/setup.sh installs it)";
     }
     test::TempRoot root;
-    Recording rec;
-    ASSERT_EQ(parse_recording(test::event_stream_csv(turn_and_tilt()), "r.csv", Layout::kAuto,
-                              Units{}, rec),
-              "");
     ReplayResult r;
-    ASSERT_EQ(run_replay(rec, settings_for(0), r), "");
-    r.gestures.push_back({3.5, 11});  // marks and script drawn as well
+    r.plot = {{0.0F, {170.0F, 0.0F, 0.0F}}, {1.0F, {190.0F, -30.0F, 5.0F}}, {2.0F, {200.0F, 0, 0}}};
+    r.gestures.push_back({3.5, 11});
     r.steps.push_back({4.0, 5.0F, 3.8F});
     const std::string png = root.dir() + "/it's.png";
-    const std::vector<ScriptEvent> script = {{1.0, "pick_up", ""}, {2.0, "it's \"odd\"", ""}};
-    ASSERT_EQ(write_plot(png, "title with 'quotes'", r, script), "");
+    ASSERT_EQ(write_plot(png, "title with 'quotes'", r,
+                         {{1.0, "pick_up", ""}, {2.0, "it's \"odd\"", ""}}),
+              "");
     const std::string data = read_file(png);
     ASSERT_GT(data.size(), 1000U);
     EXPECT_EQ(data.substr(0, 8), "\x89PNG\r\n\x1a\n");
