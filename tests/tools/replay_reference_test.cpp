@@ -1,10 +1,7 @@
 // The demo replay's CSV (every slot after every cycle) is the same byte for
-// byte on every target: the run is compared with tests/tools/
-// demo_replay_reference.txt, made from an x86-64 build. The file keeps a
-// digest per block of rows, so that a difference is found down to the
-// seconds of the recording where it starts. A cross build runs the program
-// under the emulator. After a deliberate change of the library's results,
-// the failure message holds the new file's text.
+// byte on every target as in demo_replay_reference.txt (from x86-64): one
+// digest per block of rows locates the first difference. After a deliberate
+// change of the library's results, the failure message holds the new text.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,8 +1,6 @@
-// Replays of synthetic recordings with a known truth through the service
-// API: the orientation follows the truth in every timing mode; cycles are
-// counted as the service runs them; the per-cycle CSV and the plot are
-// written. Each case runs in a process of its own (the service object lives
-// as long as the process).
+// Replays of synthetic recordings with a known truth, the cycles counted,
+// the per-cycle CSV and the plot. The service object lives as long as the
+// process: each case runs in a process of its own.
 
 #include <gtest/gtest.h>
 
@@ -20,23 +18,6 @@
 
 namespace imu::replay {
 namespace {
-
-// Still, a quarter turn to the right, top edge raised 30 deg, still again;
-// the magnetometer sampled every mag_every-th cycle.
-Recording turn_and_tilt(int mag_every = 1) {
-    sim::SensorModel m;
-    m.acc_noise_mps2 = 0.05;
-    m.gyro_noise_rps = 0.003;
-    m.mag_noise_ut = 0.4;
-    sim::Trajectory t(sim::pose(40));
-    t.hold(3.0).turn_heading(90, 1.0).hold(1.0);
-    t.turn({1, 0, 0}, 30.0 * sim::kDegToRad, 1.0, sim::Frame::kDevice).hold(2.0);
-    Recording rec;
-    EXPECT_EQ(parse_recording(test::event_stream_csv(sim::record(t, m), mag_every), "r.csv",
-                              Layout::kAuto, Units{}, rec),
-              "");
-    return rec;
-}
 
 ReplaySettings settings_for(int mode) {
     ReplaySettings s;
@@ -60,14 +41,25 @@ std::string read_file(const std::string& path) {
 
 class FollowsTruthTest : public testing::TestWithParam<RunCase> {};
 
-// Every gyroscope sample runs a cycle, the orientation error stays within
+// Still, a quarter turn to the right, top edge raised 30 deg, still again:
+// every gyroscope sample runs a cycle, the orientation error stays within
 // 1 deg RMS after the filter settles, and the final Orientation slot reads
 // azimuth 130, pitch -30, roll 0. The per-cycle CSV has a header naming the
 // chosen slots and one row per cycle, whose numbers read back to the floats
 // the service returned.
 TEST_P(FollowsTruthTest, OrientationFollowsTheTruth) {
     test::TempRoot root;
-    const Recording rec = turn_and_tilt(GetParam().mag_every);
+    sim::SensorModel m;
+    m.acc_noise_mps2 = 0.05;
+    m.gyro_noise_rps = 0.003;
+    m.mag_noise_ut = 0.4;
+    sim::Trajectory t(sim::pose(40));
+    t.hold(3.0).turn_heading(90, 1.0).hold(1.0);
+    t.turn({1, 0, 0}, 30.0 * sim::kDegToRad, 1.0, sim::Frame::kDevice).hold(2.0);
+    Recording rec;
+    ASSERT_EQ(parse_recording(test::event_stream_csv(sim::record(t, m), GetParam().mag_every),
+                              "r.csv", Layout::kAuto, Units{}, rec),
+              "");
     const std::size_t gyro = rec.count[static_cast<int>(Sensor::kGyro)];
     const std::string path = root.dir() + "/out.csv";
     ReplaySettings s = settings_for(GetParam().mode);

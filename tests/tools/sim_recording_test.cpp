@@ -139,38 +139,5 @@ TEST(SimRecording, EachStepEndsInItsPoseAfterItsTime) {
     }
 }
 
-TEST(EventCsv, BrokenFileNamesTheLine) {
-    const char* const cases[][2] = {
-        {"0,acc,1,2\n", "line 1: expected 5 or 9 columns, found 4"},
-        {"# x\n0,acc,1,2,3\n5,gyro,1,x,3\n", "line 3: bad number 'x'"},
-        {"0.5,acc,1,2,3\n", "line 1: bad timestamp '0.5'"},
-        {"9,acc,1,2,3\n8,acc,1,2,3\n", "line 2: timestamp goes backwards"},
-        {"0,baro,1,2,3\n", "line 1: unknown sensor 'baro'"},
-        {"0,acc,1,2,3,1,0,0,zz\n", "line 1: bad number 'zz'"},
-        {"# event,abc,shake\n", "line 1: event line needs a time and a name"},
-        {"timestamp_ns,sensor,x,y,z\ntimestamp_ns,sensor,x,y,z\n",
-         "line 2: bad timestamp 'timestamp_ns'"},
-    };
-    for (const auto& [text, want] : cases) {
-        std::istringstream in(text);
-        EventStream s;
-        std::string error;
-        EXPECT_FALSE(read_event_csv(in, &s, &error)) << text;
-        EXPECT_EQ(error, want);
-    }
-}
-
-TEST(EventCsv, HeaderAndTruthAreOptional) {
-    std::istringstream in("0,acc,1,2,3\n0,gyro,0.5,0,0,,,,\n# event,0.250,snap\n");
-    EventStream s;
-    std::string error;
-    ASSERT_TRUE(read_event_csv(in, &s, &error)) << error;
-    ASSERT_EQ(s.rows.size(), 2U);
-    EXPECT_FALSE(s.rows[0].truth.has_value() || s.rows[1].truth.has_value());
-    EXPECT_EQ(s.rows[1].v[0], 0.5);
-    ASSERT_EQ(s.events.size(), 1U);
-    EXPECT_EQ(s.events[0].t_s, 0.25);
-}
-
 }  // namespace
 }  // namespace imu::sim
