@@ -12,60 +12,54 @@
 namespace imu::replay {
 namespace {
 
-struct LayoutCase {
-    const char* label;
-    bool wide, acc_in_g, gyro_in_deg;
-    float tolerance;  // relative: 0 where the text holds the floats exactly
-};
-
-class LayoutTest : public testing::TestWithParam<LayoutCase> {};
-
 // Every layout and unit gives back the samples it was written from, in SI
 // units, accelerometer and magnetometer before the gyroscope of their time.
-TEST_P(LayoutTest, ReadsBackTheSamples) {
-    const LayoutCase& c = GetParam();
+TEST(RecordingTest, EveryLayoutAndUnitReadsBackTheSamples) {
     sim::SensorModel m;
     m.acc_noise_mps2 = 0.05;
     m.gyro_noise_rps = 0.003;
     m.mag_noise_ut = 0.4;
     const auto samples =
         sim::record(sim::Trajectory(sim::pose(30, 10, -5)).hold(0.1).turn_heading(90, 0.1), m);
-    Recording rec;
-    ASSERT_EQ(parse_recording(c.wide ? test::wide_csv(samples, c.acc_in_g, c.gyro_in_deg)
-                                     : test::event_stream_csv(samples),
-                              "r.csv", Layout::kAuto, Units{c.acc_in_g, c.gyro_in_deg}, rec),
-              "");
-    EXPECT_EQ(rec.layout, c.wide ? Layout::kWide : Layout::kEventStream);
-    ASSERT_EQ(rec.rows.size(), 3 * samples.size());
-    EXPECT_EQ(rec.count[static_cast<int>(Sensor::kGyro)], samples.size());
-    EXPECT_TRUE(rec.has_truth);
-    const Sensor order[] = {Sensor::kAcc, Sensor::kMag, Sensor::kGyro};
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        const sim::Sample& s = samples[i];
-        const float* want[] = {s.acc, s.mag, s.gyro};
-        for (std::size_t k = 0; k < 3; ++k) {
-            const Row& row = rec.rows[3 * i + k];
-            ASSERT_EQ(row.sensor, order[k]) << i;
-            EXPECT_EQ(row.t_ns, std::llround(s.t_s * 1e9)) << i;
-            for (int a = 0; a < 3; ++a) {
-                EXPECT_NEAR(row.v[a], want[k][a], c.tolerance * std::fabs(want[k][a]) + 1e-30F)
-                    << "sample " << i << " sensor " << k << " axis " << a;
+    const struct {
+        bool wide, acc_in_g, gyro_in_deg;
+        float tolerance;  // relative: 0 where the text holds the floats exactly
+    } cases[] = {{false, false, false, 0.0F},
+                 {true, false, false, 0.0F},
+                 {true, true, true, 1e-6F},
+                 {true, true, false, 1e-6F}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "wide " << c.wide << " g " << c.acc_in_g << " deg/s "
+                                        << c.gyro_in_deg);
+        Recording rec;
+        ASSERT_EQ(parse_recording(c.wide ? test::wide_csv(samples, c.acc_in_g, c.gyro_in_deg)
+                                         : test::event_stream_csv(samples),
+                                  "r.csv", Layout::kAuto, Units{c.acc_in_g, c.gyro_in_deg}, rec),
+                  "");
+        EXPECT_EQ(rec.layout, c.wide ? Layout::kWide : Layout::kEventStream);
+        ASSERT_EQ(rec.rows.size(), 3 * samples.size());
+        EXPECT_EQ(rec.count[static_cast<int>(Sensor::kGyro)], samples.size());
+        EXPECT_TRUE(rec.has_truth);
+        const Sensor order[] = {Sensor::kAcc, Sensor::kMag, Sensor::kGyro};
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            const sim::Sample& s = samples[i];
+            const float* want[] = {s.acc, s.mag, s.gyro};
+            for (std::size_t k = 0; k < 3; ++k) {
+                const Row& row = rec.rows[3 * i + k];
+                ASSERT_EQ(row.sensor, order[k]) << i;
+                ASSERT_EQ(row.t_ns, std::llround(s.t_s * 1e9)) << i;
+                for (int a = 0; a < 3; ++a) {
+                    ASSERT_NEAR(row.v[a], want[k][a], c.tolerance * std::fabs(want[k][a]) + 1e-30F)
+                        << "sample " << i << " sensor " << k << " axis " << a;
+                }
             }
+            const Row& gyro = rec.rows[3 * i + 2];
+            ASSERT_TRUE(gyro.has_truth);
+            ASSERT_NEAR(gyro.truth[0], s.truth.w, 1e-6);
+            ASSERT_NEAR(gyro.truth[3], s.truth.z, 1e-6);
         }
-        const Row& gyro = rec.rows[3 * i + 2];
-        ASSERT_TRUE(gyro.has_truth);
-        EXPECT_NEAR(gyro.truth[0], s.truth.w, 1e-6);
-        EXPECT_NEAR(gyro.truth[3], s.truth.z, 1e-6);
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Layouts, LayoutTest,
-    testing::Values(LayoutCase{"event", false, false, false, 0.0F},
-                    LayoutCase{"wide", true, false, false, 0.0F},
-                    LayoutCase{"wide_g_deg", true, true, true, 1e-6F},
-                    LayoutCase{"wide_g", true, true, false, 1e-6F}),
-    [](const testing::TestParamInfo<LayoutCase>& i) { return std::string(i.param.label); });
 
 // The other sensors of the event stream, the script lines, comments
 // anywhere, CRLF line ends, no header and empty truth columns.
