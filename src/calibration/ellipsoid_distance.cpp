@@ -245,11 +245,13 @@ template <>
 struct Lanes<4> {
     using I = std::int32_t __attribute__((vector_size(16)));
     using F = float __attribute__((vector_size(16)));
+    using D = double __attribute__((vector_size(32)));
 };
 template <>
 struct Lanes<8> {
     using I = std::int32_t __attribute__((vector_size(32)));
     using F = float __attribute__((vector_size(32)));
+    using D = double __attribute__((vector_size(64)));
 };
 
 #if defined(__x86_64__)
@@ -261,11 +263,13 @@ struct Lanes<8> {
 constexpr i64 kLaneMaxEy = i64{1} << 24;
 constexpr i64 kLaneMinEy = i64{1} << 10;
 constexpr std::int32_t kUnusedEsq = std::int32_t{1} << 26;  // q >= 1 and a term of 0
-constexpr int kLanes = 16;
+constexpr int kLanes = 48;
 constexpr float kOneF = 1048576.0F;  // 2^20
 constexpr float kTiny = 1.0F / 1024.0F;
 constexpr float kClamp = 1025.0F;
 constexpr std::int32_t kAbsMask = 0x7FFFFFFF;
+constexpr double kTwo31 = 2147483648.0;
+constexpr double kInt32Max = 2147483647.0;
 
 bool fits_lane(int n, const i64* e, const i64* y) {
     if (n < 1) {
@@ -338,11 +342,13 @@ DistanceMemo g_memo;
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 std::atomic_flag g_memo_taken = ATOMIC_FLAG_INIT;
 
-// Up to sixteen points in lanes, bisected together once the batch is full.
+// Up to kLanes points in lanes, settled together once the batch is full:
+// enough vectors side by side to keep the divider busy.
 template <int W>
 class LaneBatch {
     using V4i = typename Lanes<W>::I;
     using V4f = typename Lanes<W>::F;
+    using V4d = typename Lanes<W>::D;
     static constexpr int kVectors = kLanes / W;
 
 public:
@@ -379,11 +385,12 @@ public:
         for (int i = 0; i < 3; ++i) {
             if (i < n) {
                 const i64 ey = e[i] * y[i];
-                y_[count_][i] = y[i];
+                y_[i][v][l] = static_cast<std::int32_t>(y[i]);
                 esq_[i][v][l] = static_cast<std::int32_t>(e[i] * e[i]);
                 eyf_[i][v][l] = static_cast<float>(ey);
                 ey_max = std::max(ey_max, ey);
             } else {
+                y_[i][v][l] = 0;
                 esq_[i][v][l] = kUnusedEsq;
                 eyf_[i][v][l] = 0.0F;
             }
@@ -394,6 +401,7 @@ public:
         t0_[v][l] = static_cast<std::int32_t>(t0);
         t1_[v][l] = static_cast<std::int32_t>(t1);
         width_ = std::max(width_, fit::abs64(t1 - t0));
+        blocks_ = std::max(blocks_, blocks(t0, t1));
         ++count_;
         if (count_ == kLanes) {
             sum += run();
@@ -426,7 +434,7 @@ public:
         const int l = count_ % W;
         n_[count_] = 3;
         for (int i = 0; i < 3; ++i) {
-            y_[count_][i] = y[i];
+            y_[i][v][l] = static_cast<std::int32_t>(y[i]);
             esq_[i][v][l] = f.esq[i];
             eyf_[i][v][l] = static_cast<float>(ey[i]);
         }
@@ -435,6 +443,7 @@ public:
         t0_[v][l] = static_cast<std::int32_t>(t0);
         t1_[v][l] = static_cast<std::int32_t>(t1);
         width_ = std::max(width_, t1 - t0);
+        blocks_ = std::max(blocks_, blocks(t0, t1));
         ++count_;
         if (count_ == kLanes) {
             sum += run();
@@ -454,22 +463,17 @@ public:
             t0_[v][l] = 0;
             t1_[v][l] = 0;
             for (int i = 0; i < 3; ++i) {
+                y_[i][v][l] = 0;
                 esq_[i][v][l] = kUnusedEsq;
                 eyf_[i][v][l] = 0.0F;
             }
         }
-        // A bracket w wide is at most 1 wide after bit_width (w) halvings,
-        // and then its midpoint is its lower end, where bisector stops.
-        int steps = 0;
-        for (i64 w = width_; w > 0; w >>= 1) {
-            ++steps;
-        }
-        bisect(steps);
+        settle();
         i64 sum = 0;
         for (int k = 0; k < count_; ++k) {
-            const std::int32_t a = t0_[k / W][k % W];
-            const std::int32_t b = t1_[k / W][k % W];
-            const std::int32_t d = surface(k, static_cast<std::int32_t>((i64{a} + b) >> 1));
+            const int v = k / W;
+            const int l = k % W;
+            const std::int32_t d = general_ ? surface(k, t_[v][l]) : d_[v][l];
             if (entry_[k] != nullptr) {
                 *entry_[k] = key_[k];
                 entry_[k]->value = d;
@@ -478,12 +482,63 @@ public:
         }
         count_ = 0;
         width_ = 0;
+        blocks_ = 0;
         general_ = false;
         return sum;
     }
 
+    // Ends the bisection of every lane (t_ = the t bisector stops at) and,
+    // for a batch of simple points, finds their distances (d_).
+    void settle();
+
+private:
+    // The lanes of a batch of simple points are settled by locate, those
+    // of a batch with general ones (or where locate cannot) by bisecting.
+    __attribute__((always_inline)) void settle_lanes() {
+        if (!general_ && locate()) {
+            surfaces();
+            return;
+        }
+        // A bracket w wide is at most 1 wide after bit_width (w) halvings,
+        // and then its midpoint is its lower end, where bisector stops.
+        int steps = 0;
+        for (i64 w = width_; w > 0; w >>= 1) {
+            ++steps;
+        }
+        bisect(steps);
+        for (int v = 0; v < kVectors; ++v) {
+            t_[v] = (t0_[v] >> 1) + (t1_[v] >> 1) + (t0_[v] & t1_[v] & 1);
+        }
+        if (!general_) {
+            surfaces();
+        }
+    }
+
+    // d_ = the squared distance of every lane once its bisection ended at
+    // t_, as surface gives it for points that fit a lane: there t + e^2 >=
+    // 2^10, e^2 y = e (e y) < 2^39 is exact as a double and the quotient
+    // cut toward zero is the integer one, x < 2^29 and |x - y| < 2^30. The
+    // squares add exactly in doubles up to 2^31, and a sum that reaches
+    // 2^31 stays there, where it is clamped.
+    __attribute__((always_inline)) void surfaces() {
+        for (int v = 0; v < kVectors; ++v) {
+            V4d r = V4d{};
+#pragma GCC unroll 3
+            for (int i = 0; i < 3; ++i) {
+                const V4d esq = __builtin_convertvector(esq_[i][v], V4d);
+                const V4d den = __builtin_convertvector(t_[v] + esq_[i][v], V4d);
+                const V4d num = esq * __builtin_convertvector(y_[i][v], V4d);
+                const V4i x = __builtin_convertvector(num / den, V4i);
+                const V4d gap = __builtin_convertvector(x - y_[i][v], V4d);
+                r += gap * gap;
+            }
+            r = r < kTwo31 ? r : kInt32Max;
+            d_[v] = __builtin_convertvector(r, V4i);
+        }
+    }
+
     // Steps every lane steps times.
-    void bisect(int steps) {
+    __attribute__((always_inline)) void bisect(int steps) {
         for (int it = 0; it < steps; ++it) {
             for (int v = 0; v < kVectors; ++v) {
                 if (general_) {
@@ -495,8 +550,115 @@ public:
         }
     }
 
-private:
-    // One bisection step of the four lanes of vector v. The bracket
+    // The blocks of 1024 t that [t0, t1] reaches with its t > t0.
+    static i64 blocks(i64 t0, i64 t1) { return (t1 >> 10) - ((t0 + 1) >> 10) + 1; }
+
+    // F * 2^20 + 2^20 at t for the lanes of vector v, t clamped into the
+    // bracket (t0, t1]: above 2^20 where F > 0, exactly 2^20 where F = 0.
+    __attribute__((always_inline)) void terms(int v, const V4i& at, V4f& sq) const {
+        const V4i lo = t0_[v] + 1;
+        V4i t = at < lo ? lo : at;
+        t = t > t1_[v] ? t1_[v] : t;
+        sq = V4f{};
+#pragma GCC unroll 3
+        for (int i = 0; i < 3; ++i) {
+            const V4f q = __builtin_convertvector((t + esq_[i][v]) >> 10, V4f);
+            const V4i quo = __builtin_convertvector(eyf_[i][v] / q, V4i);
+            const V4f quof = __builtin_convertvector(quo, V4f);
+            sq += quof * quof;
+        }
+    }
+
+    // Where every lane of a batch of simple points ends its bisection,
+    // found in fewer steps: t_ = the t bisector stops at. False if some
+    // lane meets F = 0 on the way, where the bisection's own path matters.
+    //
+    // F only grows or stays as t falls (q grows with t, and the quotients
+    // are positive), so the t where F > 0 all come before those where
+    // F <= 0. Let A be the first t of (t0, t1] with F <= 0 (t1 if there is
+    // none). Where F(A) < 0 no midpoint meets F = 0, every step keeps A in
+    // (t0, t1], and the bisection ends at t1 = t0 + 1: at t = A - 1.
+    //
+    // F changes only where some q = (t + e^2) >> 10 does, where t + e^2 is
+    // a multiple of 1024: at most three times in each block of 1024 t, at
+    // its start or (-e^2) mod 1024 after it. So locate halves over blocks
+    // for the first whose last t gives F <= 0, then tries that block's
+    // start and change points in two steps: about ten steps fewer than the
+    // bisection. The vectors step side by side, so that their chains of
+    // divisions overlap.
+    __attribute__((always_inline)) bool locate() {
+        // The first block whose last t gives F <= 0, by halving over the
+        // blocks from the one of t0 + 1 on; beyond the one of t1, F is
+        // taken at t1.
+        int steps = 0;
+        for (i64 w = blocks_ - 1; w > 0; w >>= 1) {
+            ++steps;
+        }
+        V4i block[kVectors];
+        for (int v = 0; v < kVectors; ++v) {
+            block[v] = (t0_[v] + 1) >> 10;
+        }
+        for (int half = (1 << steps) >> 1; half > 0; half >>= 1) {
+            for (int v = 0; v < kVectors; ++v) {
+                V4f sq;
+                terms(v, ((block[v] + (half - 1)) << 10) + 1023, sq);
+                block[v] += sq > kOneF ? half : 0;
+            }
+        }
+        // Its start and change points in order, none past its end; two
+        // steps find the first of them with F <= 0.
+        V4i start[kVectors];
+        V4i c1[kVectors];
+        V4i c2[kVectors];
+        V4i c3[kVectors];
+        V4i down1[kVectors];
+        V4f sq[kVectors];
+        for (int v = 0; v < kVectors; ++v) {
+            start[v] = block[v] << 10;
+            const V4i end = start[v] + 1023;
+            V4i c[3];
+            for (int i = 0; i < 3; ++i) {
+                const V4i at = start[v] + (-esq_[i][v] & 1023);
+                c[i] = at == start[v] || at > end ? end : at;
+            }
+            const V4i lo = c[0] < c[1] ? c[0] : c[1];
+            const V4i hi = c[0] < c[1] ? c[1] : c[0];
+            const V4i mid = lo < c[2] ? c[2] : lo;
+            c1[v] = lo < c[2] ? lo : c[2];
+            c2[v] = hi < mid ? hi : mid;
+            c3[v] = hi < mid ? mid : hi;
+            terms(v, c1[v], sq[v]);
+        }
+        for (int v = 0; v < kVectors; ++v) {
+            down1[v] = sq[v] <= kOneF;
+            terms(v, down1[v] ? start[v] : c2[v], sq[v]);
+        }
+        for (int v = 0; v < kVectors; ++v) {
+            const V4i down2 = sq[v] <= kOneF;
+            V4i at = down1[v] ? (down2 ? start[v] : c1[v]) : (down2 ? c2[v] : c3[v]);
+            const V4i first = t0_[v] + 1;
+            at = at < first ? first : at;
+            t_[v] = at > t1_[v] ? t1_[v] : at;
+            terms(v, t_[v], sq[v]);
+        }
+        // Where F > 0 all through (t0, t1], A is t1; a bracket of one or
+        // two t ends at t0.
+        bool exact = true;
+        for (int v = 0; v < kVectors; ++v) {
+            const V4i t0 = t0_[v];
+            const V4i t1 = t1_[v];
+            const V4i at = sq[v] > kOneF ? t1 : t_[v];
+            const V4i open = t1 - t0 > 1;
+            t_[v] = open ? at - 1 : t0;
+            const V4i zero = open && sq[v] == kOneF;
+            for (int l = 0; l < W; ++l) {
+                exact = exact && zero[l] == 0;
+            }
+        }
+        return exact;
+    }
+
+    // One bisection step of the lanes of vector v. The bracket
     // [a, b] (a <= b, a + b within int32) moves to the midpoint as in
     // bisector. Where F is 0 it stays, so its midpoint stays the t that
     // bisector stops at; where the midpoint is a, the bracket shrinks to
@@ -547,42 +709,43 @@ private:
         for (int i = 0; i < n_[k]; ++i) {
             const i64 esq = esq_[i][v][l];
             const i64 den = i64{t} + esq;
-            const i64 num = esq * y_[k][i];  // e (e y), below 2^39: exact as a double
+            const i64 y = y_[i][v][l];
+            const i64 num = esq * y;  // e (e y), below 2^39: exact as a double
             const i64 x = den != 0 ? static_cast<i64>(static_cast<double>(num) /
                                                       static_cast<double>(den))
                                    : num;
-            r = fit::sat_add(r, fit::sat_sq(x - y_[k][i]));
+            r = fit::sat_add(r, fit::sat_sq(x - y));
         }
         return fit::clamp32(r);
     }
 
     V4i t0_[kVectors] = {};
     V4i t1_[kVectors] = {};
+    V4i t_[kVectors] = {};
+    V4i d_[kVectors] = {};
     V4i esq_[3][kVectors] = {};
     V4f eyf_[3][kVectors] = {};
-    i64 y_[kLanes][3] = {};
+    V4i y_[3][kVectors] = {};
     int n_[kLanes] = {};
     DistanceMemo::Entry* entry_[kLanes] = {};
     DistanceMemo::Entry key_[kLanes] = {};
     DistanceMemo* memo_;
     int count_ = 0;
     i64 width_ = 0;
+    i64 blocks_ = 0;
     bool general_ = false;
 };
+
+template <int W>
+void LaneBatch<W>::settle() {
+    settle_lanes();
+}
 
 #if IMU_WIDE_LANES
 // The eight-lane steps, in 256-bit instructions.
 template <>
-__attribute__((target("avx2"))) void LaneBatch<8>::bisect(int steps) {
-    for (int it = 0; it < steps; ++it) {
-        for (int v = 0; v < kVectors; ++v) {
-            if (general_) {
-                step_general(v);
-            } else {
-                step(v);
-            }
-        }
-    }
+__attribute__((target("avx2"))) void LaneBatch<8>::settle() {
+    settle_lanes();
 }
 #endif
 
