@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "imu/engine.h"
@@ -31,10 +33,9 @@ struct Trace {
     std::vector<int> result;        // of sfc_update_posture
     std::vector<double> error_deg;  // NaN before the first filtering update
     // Largest error over samples [from, to); a NaN counts as infinite.
-    double max_error(std::size_t from, long to = -1) const {
-        const std::size_t end = to < 0 ? error_deg.size() : static_cast<std::size_t>(to);
+    double max_error(std::size_t from, std::size_t to = SIZE_MAX) const {
         double worst = 0.0;
-        for (std::size_t i = from; i < end; ++i) {
+        for (std::size_t i = from; i < std::min(to, error_deg.size()); ++i) {
             worst = std::isnan(error_deg[i]) ? INFINITY : std::max(worst, error_deg[i]);
         }
         return worst;
@@ -46,9 +47,8 @@ inline Trace replay(const std::vector<sim::Sample>& samples, const sim::SensorMo
     bool filtering = false;
     for (const sim::Sample& s : samples) {
         IMU imu = sim::to_imu(s);
-        const int r = sfc_update_posture(&imu, sim::interval_ns(model));
-        trace.result.push_back(r);
-        filtering = filtering || r == 0;
+        trace.result.push_back(sfc_update_posture(&imu, sim::interval_ns(model)));
+        filtering = filtering || trace.result.back() == 0;
         trace.error_deg.push_back(
             filtering ? sim::angle_between_deg(published_orientation(), s.truth) : NAN);
     }
@@ -62,6 +62,12 @@ inline sim::SensorModel quiet_phone() {
     m.gyro_noise_rps = 0.003;
     m.mag_noise_ut = 0.4;
     return m;
+}
+
+// A still recording of the pose (azimuth, pitch, roll in deg) for `seconds`.
+inline std::vector<sim::Sample> still(const double (&pose)[3], double seconds,
+                                      const sim::SensorModel& model = quiet_phone()) {
+    return record(sim::Trajectory(sim::pose(pose[0], pose[1], pose[2])).hold(seconds), model);
 }
 
 }  // namespace imu::test

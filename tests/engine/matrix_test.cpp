@@ -50,8 +50,8 @@ TEST(Matrix, MultiplyMatchesTheInOrderSumForEveryShape) {
 
 // Bad shapes and singular or zero input leave a defined answer: ABAT beyond
 // its 5x5 temporaries and a singular inverse write nothing, a zero vector
-// normalises to NaN. The inverse and the axis flip on ordinary input.
-TEST(Matrix, RefusalsInverseAndAxisTransform) {
+// normalises to NaN.
+TEST(Matrix, RefusalsLeaveADefinedAnswer) {
     float c[36];
     std::fill(c, c + 36, 7.0F);
     const float big[36] = {};
@@ -63,19 +63,6 @@ TEST(Matrix, RefusalsInverseAndAxisTransform) {
     float z[3] = {0, 0, 0};
     imu::vector_normalize(z, 3);
     EXPECT_TRUE(std::isnan(z[0]) && std::isnan(z[2]));
-
-    const float m[9] = {4, 7, 2, 3, 6, 1, 2, 5, 3};
-    float inv[9] = {};
-    float prod[9] = {};
-    ASSERT_EQ(Array3x3_Inverse(m, inv), 0);
-    array_multiply(m, inv, prod, 3, 3, 3, 3);
-    for (int i = 0; i < 9; ++i) {
-        EXPECT_NEAR(prod[i], i % 4 == 0 ? 1.0F : 0.0F, 1e-5F) << i;
-    }
-    const float in[3] = {1, 2, 3};
-    float out[3] = {};
-    imu::axis_transform(out, in);
-    EXPECT_TRUE(out[0] == 1.0F && out[1] == -2.0F && out[2] == -3.0F);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 
 #include "engine/fusion_engine.h"
 #include "engine_fixture.h"
@@ -26,43 +27,38 @@ void publish(float q0, float q1, float q2, float q3, const float* a = nullptr) {
     filter().output_valid = 1;
 }
 
-void expect_bits(const float* got, const float* want, int n, const char* what) {
-    for (int i = 0; i < n; ++i) {
-        EXPECT_TRUE(got[i] == want[i] && std::signbit(got[i]) == std::signbit(want[i]))
-            << what << "[" << i << "] = " << got[i];
+// Same value and sign bit.
+void expect_bits(const float* got, std::initializer_list<float> want, const char* what) {
+    for (std::size_t i = 0; i < want.size(); ++i) {
+        const float w = want.begin()[i];
+        EXPECT_TRUE(got[i] == w && std::signbit(got[i]) == std::signbit(w)) << what << i;
     }
 }
 
 // Filter quaternion (0.6, 0.8, 0, 0) reads (0.8, -0, -0, 0.6) in the device
-// frame; its negative-scalar twin is flipped so that w >= 0.
-TEST(Outputs, QuaternionAndRotationVectorInDeviceFrame) {
+// frame; its negative-scalar twin is flipped so that w >= 0. Yaw -30 reads
+// as azimuth 330; all-zero angles are written (0, -0, 0) and refused.
+TEST(Outputs, QuaternionRotationVectorAndEulerAngles) {
     const float cases[][5] = {{0.6F, 0.8F, -0.0F, -0.0F, 0.6F}, {-0.6F, -0.8F, 0.0F, 0.0F, 0.6F}};
     for (const auto& c : cases) {
         publish(c[0], 0.8F, 0, 0);
         float quat[4] = {};
         float rv[3] = {};
         EXPECT_EQ(sfc_get_quaternion(quat) + sfc_get_rotation_vector(rv), 0);
-        expect_bits(quat, c + 1, 4, "quat");
-        expect_bits(rv, c + 1, 3, "rotation vector");
+        expect_bits(quat, {c[1], c[2], c[3], c[4]}, "quat ");
+        expect_bits(rv, {c[1], c[2], c[3]}, "rotation vector ");
         float raw[4] = {};
         get_quaternion(raw);
         EXPECT_TRUE(raw[0] == c[0] && raw[1] == 0.8F) << "filter frame, scalar first";
     }
-}
-
-// Yaw -30 reads as azimuth 330; all-zero angles are written (0, -0, 0) and refused.
-TEST(Outputs, EulerAngleMapping) {
-    filter().output_valid = 1;
     const float psi_theta_phi[3] = {-30.0F, 5.0F, 10.0F};
     std::memcpy(filter().out.euler, psi_theta_phi, sizeof psi_theta_phi);
     float e[3] = {};
     EXPECT_EQ(sfc_get_euler_angle(e), 0);
-    const float want[3] = {330.0F, -10.0F, 5.0F};
-    expect_bits(e, want, 3, "euler");
+    expect_bits(e, {330.0F, -10.0F, 5.0F}, "euler ");
     std::memset(filter().out.euler, 0, sizeof filter().out.euler);
     EXPECT_EQ(sfc_get_euler_angle(e), -22);
-    const float zero[3] = {0.0F, -0.0F, 0.0F};
-    expect_bits(e, zero, 3, "zero euler");
+    expect_bits(e, {0.0F, -0.0F, 0.0F}, "zero euler ");
     EXPECT_EQ(get_euler_angles(e), -22);
 }
 
@@ -74,23 +70,18 @@ TEST(Outputs, FlatPhoneVectorsAndWholeRecord) {
     float g[3] = {};
     float e[3] = {};
     float r[9] = {};
-    float l[3] = {};
     EXPECT_EQ(sfc_get_gravity(g) + sfc_get_global_acceleration(e) + sfc_get_rotation_matrix(r), 0);
-    const float want_g[3] = {-0.0F, 0.0F, 1.0F};
-    const float want_e[3] = {0.0F, 0.0F, -1.0F};
-    const float identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    expect_bits(g, want_g, 3, "gravity");
-    expect_bits(e, want_e, 3, "global");
-    expect_bits(r, identity, 9, "matrix");
-    EXPECT_EQ(sfc_get_linear_acceleration(l), -22);
+    expect_bits(g, {-0.0F, 0.0F, 1.0F}, "gravity ");
+    expect_bits(e, {0.0F, 0.0F, -1.0F}, "global ");
+    expect_bits(r, {1, 0, 0, 0, 1, 0, 0, 0, 1}, "matrix ");
+    EXPECT_EQ(sfc_get_linear_acceleration(g), -22);
     const float a[3] = {0.0F, 0.0F, 0.5F};
     publish(1, 0, 0, 0, a);
     SFC_OUT out{};
     EXPECT_EQ(sfc_get_sfc_out(&out), 0);
     EXPECT_EQ(out.gravity[2], 9.8066F);
     EXPECT_FLOAT_EQ(out.linear_acc[2], -0.5F * 0.95F * 9.8066F);
-    EXPECT_EQ(out.global_acc[2], -0.5F);
-    EXPECT_EQ(out.rotation_matrix[0], 1.0F);
+    EXPECT_TRUE(out.global_acc[2] == -0.5F && out.rotation_matrix[0] == 1.0F);
 }
 
 // The getter converts (l0, -l1, -l2) after a high-pass that subtracts the
@@ -121,21 +112,18 @@ TEST(Outputs, LinearAccelerationHighPass) {
 
 // From load (flat, armed): gz 0.70 switches to upright and disarms; 0.72
 // stays (moved less than 0.1992); 0.90 switches back; 0.50 upright again.
-TEST(Outputs, CompassHeadingHysteresis) {
+// Flat, the heading is the top edge's azimuth; upright, the back's. Heading
+// 0 with out[2] = 0 is refused; a caller's nonzero out[2] is kept.
+TEST_F(EngineTest, CompassHeadingHysteresisAndAxis) {
     imu::OutputFilters o;
     imu::OutputBlock b{};
     const float steps[][2] = {{0.70F, 2}, {0.72F, 2}, {0.90F, 1}, {0.95F, 1}, {0.50F, 2}};
     for (const auto& s : steps) {
         b.gravity[2] = s[0];
         o.compass_heading(b);
-        EXPECT_EQ(o.heading_orientation, static_cast<int>(s[1])) << "gz " << s[0];
-        EXPECT_EQ(o.heading_armed, 0) << "gz " << s[0];
+        EXPECT_TRUE(o.heading_orientation == static_cast<int>(s[1]) && o.heading_armed == 0)
+            << "gz " << s[0];
     }
-}
-
-// Flat, the heading is the top edge's azimuth; upright, the back's. Heading
-// 0 with out[2] = 0 is refused; a caller's nonzero out[2] is kept.
-TEST_F(EngineTest, CompassHeadingFollowsTheRightAxis) {
     for (const auto& [pose, heading] : {std::pair{imu::sim::pose(30), 30.0F},
                                         std::pair{imu::sim::pose(120, 90), 120.0F}}) {
         publish(static_cast<float>(pose.w), static_cast<float>(pose.x),
@@ -190,7 +178,7 @@ TEST_F(EngineTest, GettersAfterRecovery) {
     for (const auto& [get, writes] : cases) {
         float v[4] = {9, 9, 9, 9};
         EXPECT_EQ(get(v), -22) << "case " << (&get - &cases[0].first);
-        EXPECT_EQ(v[0], writes ? 0.0F : 9.0F) << "writes " << writes;
+        EXPECT_EQ(v[0], writes ? 0.0F : 9.0F) << "case " << (&get - &cases[0].first);
     }
     float r[9] = {9};
     EXPECT_EQ(sfc_get_rotation_matrix(r), 0);
@@ -201,8 +189,7 @@ TEST_F(EngineTest, GettersAfterRecovery) {
         EXPECT_TRUE(out.euler[i] == before && out.global_acc[i] == before) << i;
         EXPECT_TRUE(out.linear_acc[i] == 0 && out.rotation_vector[i] == 0 && out.gravity[i] == 0);
     }
-    EXPECT_EQ(out.rotation_matrix[8], 0.0F);
-    EXPECT_EQ(out.gyro_level, 2.0F);
+    EXPECT_TRUE(out.rotation_matrix[8] == 0.0F && out.gyro_level == 2.0F);
 }
 
 // Threshold 3 deg/s: 0.05 rad/s is zeroed, 0.06 kept, on the calibrated field only.

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <random>
 #include <set>
-#include <thread>
+#include <tuple>
 #include <vector>
 
 #include "gestures/step_module_oem.h"
@@ -260,12 +260,8 @@ TEST(StepModules, JudgeOnlyPlausibleSteps) {
         const bool passes = c[3] != 0;
         oem_1_sam_state s = at_turn(c[0], c[1], c[2]);
         update(s);
-        EXPECT_EQ(s.judged_stage_ms, c[0]);
-        EXPECT_EQ(s.stage, 0);
-        EXPECT_EQ(s.intervals_ms[0], passes ? c[1] : 5000);
-        EXPECT_EQ(s.stage_ms, passes ? 0 : c[0]);
-        EXPECT_EQ(s.since_step_ms, passes ? 0 : c[1]);
-
+        EXPECT_EQ(std::tie(s.judged_stage_ms, s.stage, s.intervals_ms[0], s.stage_ms, s.since_step_ms),
+                  std::make_tuple(c[0], 0, passes ? c[1] : 5000, passes ? 0 : c[0], passes ? 0 : c[1]));
         pedometer_sam_state v = velmo_fresh();
         v.stage = 2;
         v.count = 7;
@@ -276,10 +272,8 @@ TEST(StepModules, JudgeOnlyPlausibleSteps) {
         v.interval_ms = c[1] - 5;
         std::int32_t out = 0;
         velmo_pedometer_sam_update(&v, kZero.data(), &out);
-        EXPECT_EQ(out, passes ? 8 : 7);
-        EXPECT_EQ(v.judged_stage_ms, c[0]);
-        EXPECT_EQ(v.interval_ms, 0);
-        EXPECT_EQ(v.stage_ms, passes ? 0 : c[0]);
+        EXPECT_EQ(std::tie(out, v.judged_stage_ms, v.interval_ms, v.stage_ms),
+                  std::make_tuple(passes ? 8 : 7, c[0], 0, passes ? 0 : c[0]));
     }
 }
 
@@ -326,13 +320,10 @@ TEST(Oem1Sam, WalkingStepsNeedRotationAndEndAfterALongGap) {
 // A null argument, or for the first module a time step of 0 or less,
 // changes nothing; the second module then reports zeros.
 TEST(StepModules, BadArgumentsChangeNothing) {
-    StepWalkPlan plan;
-    plan.steps = 3;
-    const Walk walk = make_step_walk(plan);
     pedometer_sam_state v = velmo_fresh();
-    velmo_feed(&v, walk);
+    velmo_feed(&v, walk_at(0.5));
     const pedometer_sam_state v_before = v;
-    Velmo strike = velmo_record(walk[410]);
+    Velmo strike = velmo_record(walk_at(0.5)[410]);
     std::int32_t count = -12345;
     velmo_pedometer_sam_update(nullptr, strike.data(), &count);
     velmo_pedometer_sam_update(&v, nullptr, &count);
@@ -343,15 +334,13 @@ TEST(StepModules, BadArgumentsChangeNothing) {
     }
     EXPECT_EQ(count, -12345);
     EXPECT_EQ(std::memcmp(&v, &v_before, sizeof v), 0);
-
     oem_1_sam_state s = oem_fresh(100);
     const oem_1_sam_state s_before = s;
-    OemOut out{9, 9, 9};
-    oem_1_sam_update(nullptr, Oem{}.data(), out.data());
-    EXPECT_EQ(out, (OemOut{0, 0, 0}));
-    out = {9, 9, 9};
-    oem_1_sam_update(&s, nullptr, out.data());
-    EXPECT_EQ(out, (OemOut{0, 0, 0}));
+    for (const bool null_state : {true, false}) {
+        OemOut out{9, 9, 9};
+        oem_1_sam_update(null_state ? nullptr : &s, null_state ? Oem{}.data() : nullptr, out.data());
+        EXPECT_EQ(out, (OemOut{0, 0, 0}));
+    }
     oem_1_sam_update(&s, Oem{}.data(), nullptr);
     EXPECT_EQ(std::memcmp(&s, &s_before, sizeof s), 0);
 }
@@ -391,11 +380,10 @@ TEST(StepModules, RandomInputStaysInTheRecordWithoutOverflow) {
     }
 }
 
-// Instances of both modules, two at odd addresses, on threads of their own
-// with different walks: each counts what it counts alone.
+// Instances of both modules, two at odd addresses, fed different walks
+// sample by sample in turn: each counts what it counts alone.
 TEST(StepModules, InstancesCountIndependently) {
-    const Walk brisk = walk_at(0.5);
-    const Walk slow = walk_at(0.7);
+    const Walk walks[4] = {walk_at(0.5), walk_at(0.7), walk_at(0.5), walk_pause_walk(4.0)};
     oem_1_sam_state a = oem_fresh();
     std::array<unsigned char, 273> b{};
     oem_1_sam_state_reset(nullptr, b.data() + 1);
@@ -405,13 +393,14 @@ TEST(StepModules, InstancesCountIndependently) {
     OemOut out_a{};
     OemOut out_b{};
     std::int32_t out_c = 0;
-    std::thread first([&] { out_a = oem_feed(&a, brisk); });
-    std::thread second([&] { out_b = oem_feed(b.data() + 1, slow); });
-    std::thread third([&] { out_c = velmo_feed(&c, brisk); });
-    const std::int32_t out_d = velmo_feed(d.data() + 1, walk_pause_walk(4.0));
-    first.join();
-    second.join();
-    third.join();
+    std::int32_t out_d = 0;
+    for (std::size_t i = 0; i < std::max(walks[1].size(), walks[3].size()); ++i) {
+        const auto at = [&](int w) { return walks[w][std::min(i, walks[w].size() - 1)]; };
+        oem_1_sam_update(&a, oem_record(at(0)).data(), out_a.data());
+        oem_1_sam_update(b.data() + 1, oem_record(at(1)).data(), out_b.data());
+        velmo_pedometer_sam_update(&c, velmo_record(at(2)).data(), &out_c);
+        velmo_pedometer_sam_update(d.data() + 1, velmo_record(at(3)).data(), &out_d);
+    }
     EXPECT_EQ(out_a, (OemOut{20, 551, 100}));
     EXPECT_EQ(out_b, (OemOut{20, -4313, 100}));
     EXPECT_EQ(out_c, 19);
