@@ -82,19 +82,6 @@ std::vector<int> flags() {
     return f;
 }
 
-// Six tilted calls only count, the seventh in a row raises the flag; a
-// level call in between starts the count again.
-TEST(TiltDetector, SeventhTiltedCallInARowRaisesTheFlag) {
-    detect(0.0F, 20.0F, 6);
-    detect(0.0F, 5.0F);
-    detect(0.0F, 20.0F, 6);
-    EXPECT_EQ(flags(), (std::vector<int>{0, 0, 0, 0, 0}));
-    EXPECT_EQ(motion.count, 6);
-    detect(0.0F, 20.0F);
-    EXPECT_EQ(flags(), (std::vector<int>{1, 0, 0, 0, 0}));
-    EXPECT_EQ(motion.count, 7);
-}
-
 // Angles (deg) and the flag the seventh call raises, -1 for none.
 TEST(TiltDetector, FlagOfTheDirection) {
     const float cases[][3] = {{0, 20, 0},    {0, -20, 1},   {20, 0, 3},
@@ -114,16 +101,22 @@ TEST(TiltDetector, FlagOfTheDirection) {
     }
 }
 
-// The other flag of a pair stays set while the tilt lasts; a tilt of the
-// other angle clears the pair, a level call clears all four. A held tilt
-// saturates the count; reset clears flags and count.
-TEST(TiltDetector, FlagsClearByTheOtherPairLevelOrReset) {
+// Six tilted calls only count, the seventh in a row raises the flag; a
+// level call in between starts the count again. The other flag of a pair
+// stays set while the tilt lasts; a tilt of the other angle clears the
+// pair, a level call clears all four. A held tilt saturates the count;
+// reset clears flags and count.
+TEST(TiltDetector, SeventhTiltedCallRaisesAFlagUntilCleared) {
+    detect(0.0F, 20.0F, 6);
+    detect(0.0F, 5.0F);
+    detect(0.0F, 20.0F, 6);
+    EXPECT_EQ(flags(), (std::vector<int>{0, 0, 0, 0, 0}));
+    EXPECT_EQ(motion.count, 6);
     const struct {
         float a0, a1;
         std::vector<int> flags;
-    } steps[] = {{0, -20, {1, 1, 0, 0, 0}}, {30, 0, {0, 0, 0, 1, 0}}, {-30, 0, {0, 0, 1, 1, 0}},
-                 {0, 0, {0, 0, 0, 0, 0}}};
-    detect(0.0F, 20.0F, 7);
+    } steps[] = {{0, 20, {1, 0, 0, 0, 0}},  {0, -20, {1, 1, 0, 0, 0}}, {30, 0, {0, 0, 0, 1, 0}},
+                 {-30, 0, {0, 0, 1, 1, 0}}, {0, 0, {0, 0, 0, 0, 0}}};
     for (const auto& s : steps) {
         detect(s.a0, s.a1);
         EXPECT_EQ(flags(), s.flags) << s.a0 << ", " << s.a1;

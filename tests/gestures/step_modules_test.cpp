@@ -8,6 +8,7 @@
 #include <array>
 #include <climits>
 #include <cstring>
+#include <iterator>
 #include <random>
 #include <set>
 #include <tuple>
@@ -42,27 +43,6 @@ oem_1_sam_state oem_fresh(std::int32_t warm_up = 0) {
     oem_1_sam_state_reset(nullptr, &s);
     s.warm_up = warm_up;
     return s;
-}
-
-// The last count; `most` receives the largest rise in one update.
-std::int32_t velmo_feed(void* state, const Walk& walk, std::int32_t* most = nullptr) {
-    std::int32_t out = 0;
-    for (const StepWalkSample& sample : walk) {
-        const std::int32_t before = out;
-        velmo_pedometer_sam_update(state, velmo_record(sample).data(), &out);
-        if (most != nullptr) {
-            *most = std::max(*most, out - before);
-        }
-    }
-    return out;
-}
-
-OemOut oem_feed(void* state, const Walk& walk) {
-    OemOut out{};
-    for (const StepWalkSample& sample : walk) {
-        oem_1_sam_update(state, oem_record(sample).data(), out.data());
-    }
-    return out;
 }
 
 OemOut update(oem_1_sam_state& s, const Oem& record = Oem{}) {
@@ -108,18 +88,86 @@ TEST(StepModules, MemoryRequestAndReset) {
     EXPECT_EQ(velmo_pedometer_sam_state_reset(nullptr, nullptr), nullptr);
 }
 
+// Every walk below runs on an instance of its own at an odd address, all
+// fed sample by sample in turn: each counts what it would count alone.
+//
 // First module, 2 s still, then 20 steps: the first candidate (2170 ms after
 // the start) has an interval over 1500 ms and is dropped; every later one
-// counts, one at a time. A 4 s pause drops the next walk's first step too.
-TEST(VelmoPedometerSam, CountsEveryStepAfterTheFirstOfAWalk) {
-    for (const double period : {0.5, 0.7}) {
-        pedometer_sam_state s = velmo_fresh();
-        std::int32_t most = 0;
-        EXPECT_EQ(velmo_feed(&s, walk_at(period), &most), 19) << period;
-        EXPECT_EQ(most, 1) << period;
+// counts, one at a time: 19. A 4 s pause drops the next walk's first step
+// too: 9 + 9.
+//
+// Second module, same walks at the period T, user height h; the warm-up
+// takes 0.5 s. Step 1 (1675 ms after the warm-up) has an interval over
+// 1500 ms and is dropped. Step 2 stores 1675 + T: intervals (1675 + T,
+// 5000, 5000, 5000), not walking; steps 3 and 4 still sum over 5000 ms.
+// Step 5 makes (T, T, T, 1675 + T) < 5000: the count jumps to 5 with four
+// stored lengths plus the empty fifth; steps 6 to 20 add one each: 20
+// steps, 19 lengths. Length (-87110 + h * 413 + 45040000 / T) / 100: 29 at
+// 500 ms (551), -227 at 700 ms (-4313); with h = 170, 731 (13889) and 474
+// (9006). Ten steps of 29 (261), 4 s still, ten steps: step 1 is dropped
+// (4500 ms); step 2 passes 5000 ms after the last, the intervals sum to
+// 6500 ms and the walk ends; step 6 reports five steps with five lengths
+// (145), steps 7 to 10 four more (116). Without rotation data every g2 is
+// 0, a repeated value at or below 3: no step counts, though each one
+// records its interval.
+TEST(StepModules, WalksAreCountedOnIndependentInstances) {
+    Walk still_hand = walk_at(0.5);
+    for (StepWalkSample& sample : still_hand) {
+        std::fill(std::begin(sample.gyro_rps), std::end(sample.gyro_rps), 0.0);
     }
-    pedometer_sam_state s = velmo_fresh();
-    EXPECT_EQ(velmo_feed(&s, walk_pause_walk(4.0)), 9 + 9);
+    const struct {
+        bool oem;
+        Walk walk;
+        std::int32_t h;
+        OemOut want;  // first module: count, largest rise in one update
+    } runs[] = {{false, walk_at(0.5), 0, {19, 1, 0}},
+                {false, walk_at(0.7), 0, {19, 1, 0}},
+                {false, walk_pause_walk(4.0), 0, {18, 1, 0}},
+                {true, walk_at(0.5), 0, {20, 551, 100}},
+                {true, walk_at(0.7), 0, {20, -4313, 100}},
+                {true, walk_at(0.5), 170, {20, 13889, 100}},
+                {true, walk_at(0.7), 170, {20, 9006, 100}},
+                {true, walk_pause_walk(4.0), 0, {19, 261 + 145 + 116, 100}},
+                {true, still_hand, 0, {0, 0, 100}}};
+    constexpr std::size_t kRuns = std::size(runs);
+    std::vector<unsigned char> memory[kRuns];
+    OemOut out[kRuns] = {};
+    std::int32_t most[kRuns] = {};
+    std::set<std::int32_t> counts[kRuns];
+    std::size_t samples = 0;
+    for (std::size_t r = 0; r < kRuns; ++r) {
+        memory[r].resize(sizeof(oem_1_sam_state) + 1);
+        oem_1_sam_state s = oem_fresh();
+        s.user_height = runs[r].h;
+        std::memcpy(memory[r].data() + 1, &s, sizeof s);
+        if (!runs[r].oem) {
+            velmo_pedometer_sam_state_reset(nullptr, memory[r].data() + 1);
+        }
+        samples = std::max(samples, runs[r].walk.size());
+    }
+    for (std::size_t i = 0; i < samples; ++i) {
+        for (std::size_t r = 0; r < kRuns; ++r) {
+            const StepWalkSample& at = runs[r].walk[std::min(i, runs[r].walk.size() - 1)];
+            const std::int32_t before = out[r][0];
+            if (runs[r].oem) {
+                oem_1_sam_update(memory[r].data() + 1, oem_record(at).data(), out[r].data());
+            } else {
+                velmo_pedometer_sam_update(memory[r].data() + 1, velmo_record(at).data(),
+                                           out[r].data());
+            }
+            most[r] = std::max(most[r], out[r][0] - before);
+            counts[r].insert(out[r][0]);
+        }
+    }
+    for (std::size_t r = 0; r < kRuns; ++r) {
+        EXPECT_EQ(runs[r].oem ? out[r] : (OemOut{out[r][0], most[r], 0}), runs[r].want) << r;
+        if (runs[r].oem && runs[r].want[0] == 20) {
+            EXPECT_EQ(counts[r].size(), 17U) << r << ": 0, then 5 to 20";
+        }
+    }
+    oem_1_sam_state s;
+    std::memcpy(&s, memory[kRuns - 1].data() + 1, sizeof s);
+    EXPECT_EQ(s.intervals_ms[0], 500);
 }
 
 // One update of an all-zero record from a prepared state: d is word 4
@@ -189,48 +237,6 @@ TEST(Oem1Sam, ReadsSixteenSixteenAsThousandthsClampedTo15) {
     EXPECT_TRUE(s.acc_sq[3] == 698419 && s.gyro_sq[3] == 698419);
     update(s, Oem{1000000, -1000000, INT_MAX, INT_MIN, 1000000, -1000000});
     EXPECT_TRUE(s.acc_sq[3] == 0 && s.gyro_sq[3] == 0);
-}
-
-// 2 s still, then 20 steps at the period T, height h; the warm-up takes
-// 0.5 s. Step 1 (1675 ms after the warm-up) has an interval over 1500 ms
-// and is dropped. Step 2 stores 1675 + T: intervals (1675 + T, 5000, 5000,
-// 5000), not walking; steps 3 and 4 still sum over 5000 ms. Step 5 makes
-// (T, T, T, 1675 + T) < 5000: the count jumps to 5 with four stored lengths
-// plus the empty fifth; steps 6 to 20 add one each: 20 steps, 19 lengths.
-// Length (-87110 + h * 413 + 45040000 / T) / 100: 29 at 500 ms (551), -227
-// at 700 ms (-4313); with h = 170, 731 (13889) and 474 (9006).
-TEST(Oem1Sam, HoldsBackFiveStepsThenCountsEachOne) {
-    const struct {
-        double period_s;
-        std::int32_t h, total;
-    } cases[] = {{0.5, 0, 551}, {0.7, 0, -4313}, {0.5, 170, 13889}, {0.7, 170, 9006}};
-    for (const auto& c : cases) {
-        oem_1_sam_state s = oem_fresh();
-        s.user_height = c.h;
-        std::set<std::int32_t> counts;
-        OemOut out{};
-        for (const StepWalkSample& sample : walk_at(c.period_s)) {
-            oem_1_sam_update(&s, oem_record(sample).data(), out.data());
-            counts.insert(out[0]);
-        }
-        EXPECT_EQ(out, (OemOut{20, c.total, 100})) << c.period_s << " h=" << c.h;
-        EXPECT_EQ(counts.size(), 17U) << "0, then 5 to 20";
-    }
-    // Ten steps of 29 (261), 4 s still, ten steps: step 1 is dropped (4500
-    // ms); step 2 passes 5000 ms after the last, the intervals sum to 6500 ms
-    // and the walk ends; step 6 reports five steps with five lengths (145),
-    // steps 7 to 10 four more (116).
-    oem_1_sam_state s = oem_fresh();
-    EXPECT_EQ(oem_feed(&s, walk_pause_walk(4.0)), (OemOut{19, 261 + 145 + 116, 100}));
-    // Without rotation data every g2 is 0, a repeated value at or below 3:
-    // no step counts, though each one records its interval.
-    Walk still_hand = walk_at(0.5);
-    for (StepWalkSample& sample : still_hand) {
-        std::fill(std::begin(sample.gyro_rps), std::end(sample.gyro_rps), 0.0);
-    }
-    s = oem_fresh();
-    EXPECT_EQ(oem_feed(&s, still_hand), (OemOut{0, 0, 100}));
-    EXPECT_EQ(s.intervals_ms[0], 500);
 }
 
 // A state one update before the turn of a falling stage (d = -20000).
@@ -321,10 +327,14 @@ TEST(Oem1Sam, WalkingStepsNeedRotationAndEndAfterALongGap) {
 // changes nothing; the second module then reports zeros.
 TEST(StepModules, BadArgumentsChangeNothing) {
     pedometer_sam_state v = velmo_fresh();
-    velmo_feed(&v, walk_at(0.5));
+    std::int32_t count = 0;
+    const Walk walk = walk_at(0.5);
+    for (std::size_t i = 0; i < 1000; ++i) {
+        velmo_pedometer_sam_update(&v, velmo_record(walk[i]).data(), &count);
+    }
     const pedometer_sam_state v_before = v;
-    Velmo strike = velmo_record(walk_at(0.5)[410]);
-    std::int32_t count = -12345;
+    Velmo strike = velmo_record(walk[1010]);
+    count = -12345;
     velmo_pedometer_sam_update(nullptr, strike.data(), &count);
     velmo_pedometer_sam_update(&v, nullptr, &count);
     velmo_pedometer_sam_update(&v, strike.data(), nullptr);
@@ -378,33 +388,6 @@ TEST(StepModules, RandomInputStaysInTheRecordWithoutOverflow) {
             ASSERT_TRUE((k >= 17 && k < 17 + size) || bytes[k] == 0xC3) << module << " " << k;
         }
     }
-}
-
-// Instances of both modules, two at odd addresses, fed different walks
-// sample by sample in turn: each counts what it counts alone.
-TEST(StepModules, InstancesCountIndependently) {
-    const Walk walks[4] = {walk_at(0.5), walk_at(0.7), walk_at(0.5), walk_pause_walk(4.0)};
-    oem_1_sam_state a = oem_fresh();
-    std::array<unsigned char, 273> b{};
-    oem_1_sam_state_reset(nullptr, b.data() + 1);
-    pedometer_sam_state c = velmo_fresh();
-    std::array<unsigned char, 101> d{};
-    velmo_pedometer_sam_state_reset(nullptr, d.data() + 1);
-    OemOut out_a{};
-    OemOut out_b{};
-    std::int32_t out_c = 0;
-    std::int32_t out_d = 0;
-    for (std::size_t i = 0; i < std::max(walks[1].size(), walks[3].size()); ++i) {
-        const auto at = [&](int w) { return walks[w][std::min(i, walks[w].size() - 1)]; };
-        oem_1_sam_update(&a, oem_record(at(0)).data(), out_a.data());
-        oem_1_sam_update(b.data() + 1, oem_record(at(1)).data(), out_b.data());
-        velmo_pedometer_sam_update(&c, velmo_record(at(2)).data(), &out_c);
-        velmo_pedometer_sam_update(d.data() + 1, velmo_record(at(3)).data(), &out_d);
-    }
-    EXPECT_EQ(out_a, (OemOut{20, 551, 100}));
-    EXPECT_EQ(out_b, (OemOut{20, -4313, 100}));
-    EXPECT_EQ(out_c, 19);
-    EXPECT_EQ(out_d, 18);
 }
 
 }  // namespace

@@ -44,49 +44,40 @@ int flat_then_turn(PhonePoseState& s, int settle, double to_deg, float rate) {
     return seen;
 }
 
-TEST(PhoneIndicator, TurnedFaceDownAndStillIsStateOne) {
+// Turned face down (a slow turn picks axis 2 as My passes through G, one
+// too fast for the 0.8 s mean of y keeps the dominant rate's axis 1) and
+// still: state 1. Raised upright and still: 2. Face down without enough
+// turn: 0. (settle calls, turn to deg, at rad/s, then still at ay, az.)
+TEST(PhoneIndicator, StateAfterATurnAndStillness) {
+    const struct {
+        int settle;
+        double to_deg;
+        float rate, ay, az;
+        int calls, state, axis, rotated;  // -1: not looked at
+    } cases[] = {{40, 180.0, static_cast<float>(kPi), 0.0F, -kG, 50, 1, 2, 1},
+                 {80, 180.0, 15.7F, 0.0F, -kG, 2, 1, 1, 1},
+                 {40, 90.0, 2.0F, kG, 0.0F, 100, 2, 2, -1},
+                 {0, 0.0, 1.0F, 0.0F, -kG, 200, 0, -1, 0},
+                 {40, 20.0, 2.0F, 0.0F, -kG, 20, 0, -1, 0}};
+    for (const auto& c : cases) {
+        PhonePoseState s;
+        EXPECT_EQ(flat_then_turn(s, c.settle, c.to_deg, c.rate), 0) << c.to_deg << " " << c.rate;
+        EXPECT_EQ(still(s, c.ay, c.az, c.calls), c.state) << c.to_deg << " " << c.rate;
+        EXPECT_TRUE((c.axis < 0 || s.axis == c.axis) && (c.rotated < 0 || s.rotated == c.rotated))
+            << c.to_deg << " " << c.rate << ": axis " << s.axis;
+    }
+}
+
+// Disabling resets: counting starts again and a turn is needed anew.
+TEST(PhoneIndicator, DisablingResets) {
     PhonePoseState s;
-    EXPECT_EQ(flat_then_turn(s, 40, 180.0, static_cast<float>(kPi)), 0);
-    EXPECT_EQ(s.axis, 2);  // My passed through G on the way: the jump picks axis 2
-    EXPECT_EQ(s.rotated, 1);
+    flat_then_turn(s, 40, 180.0, static_cast<float>(kPi));
     EXPECT_NEAR(s.angle_deg[0], 180.0F, 3.0F);
     EXPECT_EQ(still(s, 0.0F, -kG, 2), 1);
-    EXPECT_EQ(still(s, 0.0F, -kG, 50), 1);
-    // Disabling resets: counting starts again and a turn is needed anew.
     EXPECT_EQ(still(s, 0.0F, -kG, 1, 0), 0);
-    EXPECT_EQ(s.n, 1);
-    EXPECT_EQ(s.axis, 0);
-    EXPECT_EQ(s.rotated, 0);
+    EXPECT_TRUE(s.n == 1 && s.axis == 0 && s.rotated == 0);
     EXPECT_EQ(still(s, 0.0F, -kG, 300, 0), 0);
     EXPECT_EQ(still(s, 0.0F, -kG, 300), 0);
-}
-
-// Too fast for the 0.8 s mean of y to move: the dominant rate's axis 1 stays.
-TEST(PhoneIndicator, FastFlipKeepsAxisOne) {
-    PhonePoseState s;
-    flat_then_turn(s, 80, 180.0, 15.7F);
-    EXPECT_EQ(s.axis, 1);
-    EXPECT_LT(std::fabs(s.mean[1] - s.my_ref), 4.0F);
-    EXPECT_EQ(still(s, 0.0F, -kG, 2), 1);
-    EXPECT_EQ(s.axis, 1);
-}
-
-TEST(PhoneIndicator, RaisedUprightAndStillIsStateTwo) {
-    PhonePoseState s;
-    flat_then_turn(s, 40, 90.0, 2.0F);
-    EXPECT_EQ(still(s, kG, 0.0F, 100), 2);
-    EXPECT_EQ(s.moved, 1);
-    EXPECT_EQ(s.axis, 2);  // a change of My above 4 ends with axis 2
-}
-
-TEST(PhoneIndicator, FaceDownWithoutEnoughTurnIsNotStateOne) {
-    PhonePoseState s;
-    EXPECT_EQ(still(s, 0.0F, -kG, 200), 0);
-    EXPECT_EQ(s.rotated, 0);
-    PhonePoseState t;
-    flat_then_turn(t, 40, 20.0, 2.0F);
-    EXPECT_EQ(t.rotated, 0);
-    EXPECT_EQ(still(t, 0.0F, -kG, 20), 0);
 }
 
 TEST(PhoneIndicatorApi, ExportedFunctionAndBadInput) {
