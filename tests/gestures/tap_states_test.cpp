@@ -1,4 +1,5 @@
-// Every numbered state of the three tap state machines: one call from a
+// Every numbered failure state of the three tap state machines, and the
+// transitions the recordings of tap_test.cpp do not reach: one call from a
 // given state with the shared signals set directly. A "burst" row has the
 // trigger above its band with 50 ms accumulated, so the call's zero rate
 // completes a 55 ms pulse, which every tap trigger accepts.
@@ -46,7 +47,6 @@ struct Row {
     bool burst;
     float level;  // gyro_static_level_g
     int to;
-    bool hit = false;
     void (*extra)() = nullptr;  // further state or signals
 };
 
@@ -82,15 +82,13 @@ TEST_P(TapState, OneCall) {
     ASSERT_EQ(c.d == kHand ? sfc_get_tap(out) : c.d == kDesk ? sfc_get_tap_desk(out)
                                                              : sfc_get_tap_pocket(out), 0);
     EXPECT_EQ(state, c.to);
-    EXPECT_EQ(out[2], c.hit ? 1.0F : 0.0F);
-    EXPECT_EQ(out[0], 0.0F);
+    EXPECT_TRUE(out[0] == 0.0F && out[2] == 0.0F);
 }
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Transitions, TapState, ::testing::Values(
     Row{"hand_idle_still_rearms", kHand, kHandIdle, 0, 0.05F, false, 1, kHandRearm},
-    Row{"hand_idle_level_up_opens", kHand, kHandIdle, 0, 0, false, 1000, kHandFirstTap},
-    Row{"hand_idle_flag_set_waits", kHand, kHandIdle, 0, 0, false, 1000, kHandIdle, false,
+    Row{"hand_idle_flag_set_waits", kHand, kHandIdle, 0, 0, false, 1000, kHandIdle,
         [] { gyro_static_state = 1; }},
     Row{"hand_rearm_moderate_listens", kHand, kHandRearm, 0, 0.15F, false, 100, kHandIdle},
     Row{"hand_first_too_strong", kHand, kHandFirstTap, 0, 0, false, 200000, kHandFirstTooStrong},
@@ -99,61 +97,52 @@ INSTANTIATE_TEST_SUITE_P(Transitions, TapState, ::testing::Values(
     // A burst completes only below 0.015, where a level under 700 has
     // already failed as faded: a weak first burst never ends in -5.
     Row{"hand_first_weak_is_faded", kHand, kHandFirstTap, 0.2F, 0, true, 300, kHandFirstFaded},
-    Row{"hand_first_burst", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandSecondTap, false,
+    Row{"hand_first_burst", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandSecondTap,
         [] { hand().tap_axis_peak = {0.03F, 0.0F, 0.04F}; }},  // z only 0.01 above x
     Row{"hand_first_too_soon", kHand, kHandFirstTap, 0.05F, 0, true, 1000, kHandFirstTap},
     // Near vertical x (|gravity x| > 9) the burst ends below 0.013, not 0.015.
-    Row{"hand_burst_end_flat", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandSecondTap, false,
+    Row{"hand_burst_end_flat", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandSecondTap,
         [] { w_filtered_mag = 0.014F; gravity_g_abs[0] = 5.0F; }},
-    Row{"hand_burst_end_upright", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandFirstTap, false,
+    Row{"hand_burst_end_upright", kHand, kHandFirstTap, 0.2F, 0, true, 1000, kHandFirstTap,
         [] { w_filtered_mag = 0.014F; gravity_g_abs[0] = 9.5F; }},
     Row{"hand_second_too_strong", kHand, kHandSecondTap, 0, 0, false, 200000, kHandSecondTooStrong},
     Row{"hand_second_weak", kHand, kHandSecondTap, 0.2F, 0, true, 300, kHandSecondWeak},
-    Row{"hand_second_z", kHand, kHandSecondTap, 0.2F, 0, true, 1000, kHandSecondZAxis, false,
+    Row{"hand_second_z", kHand, kHandSecondTap, 0.2F, 0, true, 1000, kHandSecondZAxis,
         [] { hand().tap_axis_peak = {0.0F, 0.0F, 0.03F}; }},
-    Row{"hand_second_burst", kHand, kHandSecondTap, 0.2F, 0, true, 1000, kHandSettling},
     Row{"hand_settle_too_strong", kHand, kHandSettling, 0, 0, false, 200000, kHandSettleTooStrong},
     Row{"hand_settle_third_burst", kHand, kHandSettling, 0, 0, true, 1000, kHandSettleThirdBurst,
-        false, [] { dt_g = 0.0001F; }},
+        [] { dt_g = 0.0001F; }},
     Row{"hand_settle_late", kHand, kHandSettling, 0.4F, 0, false, 1000, kHandSettleLate},
-    Row{"hand_settle_confirms", kHand, kHandSettling, 0, 0, false, 100, kHandConfirm},
-    Row{"hand_confirm_hit", kHand, kHandConfirm, 0.05F, 0, false, 100, kHandHoldOff, true},
     Row{"hand_confirm_still", kHand, kHandConfirm, 0, 0.05F, false, 1, kHandConfirmStill},
     Row{"hand_holdoff_ends", kHand, kHandHoldOff, 0.2F, 0, false, 100, kHandIdle},
     Row{"hand_unknown_returns", kHand, 42, 0, 0, false, 100, kHandIdle},
-    Row{"desk_still_opens", kDesk, kDeskWaitStill, 0, 0.1F, false, 10, kDeskFirstTap},
     Row{"desk_first_too_strong", kDesk, kDeskFirstTap, 0, 0, false, 5000, kDeskFirstTooStrong},
     Row{"desk_first_restless", kDesk, kDeskFirstTap, 0, 1, false, 100, kDeskFirstRestless},
     Row{"desk_first_burst_wins", kDesk, kDeskFirstTap, 0, 1, true, 100, kDeskSecondTap},
     Row{"desk_second_restless", kDesk, kDeskSecondTap, 0, 1, false, 100, kDeskSecondRestless},
     Row{"desk_second_too_soon", kDesk, kDeskSecondTap, 0.05F, 0, true, 10, kDeskSecondTap},
-    Row{"desk_second_burst", kDesk, kDeskSecondTap, 0.2F, 0, true, 10, kDeskStillAfter},
     Row{"desk_after_not_still", kDesk, kDeskStillAfter, 0.25F, 0, false, 10, kDeskNotStillAfter},
-    Row{"desk_after_still_hit", kDesk, kDeskStillAfter, 0, 0.1F, false, 10, kDeskHoldOff, true},
     Row{"desk_after_moving_waits", kDesk, kDeskStillAfter, 0, 0.1F, false, 100, kDeskStillAfter},
     Row{"desk_holdoff_ends", kDesk, kDeskHoldOff, 0.2F, 0, false, 10, kDeskWaitStill},
     Row{"desk_unknown_returns", kDesk, 5, 0, 0, false, 10, kDeskWaitStill},
-    Row{"pocket_acc_low", kPocket, kPocketFirstTap, 0, 0, false, 100, kPocketOutOfRange, false,
+    Row{"pocket_acc_low", kPocket, kPocketFirstTap, 0, 0, false, 100, kPocketOutOfRange,
         [] { comp_acc = 3.0F; }},
-    Row{"pocket_gyro_high", kPocket, kPocketFirstTap, 0, 0, false, 100, kPocketOutOfRange, false,
+    Row{"pocket_gyro_high", kPocket, kPocketFirstTap, 0, 0, false, 100, kPocketOutOfRange,
         [] { comp_gyro = 20.0F; }},
-    Row{"pocket_first_burst", kPocket, kPocketFirstTap, 0, 0, true, 100, kPocketSecondTap},
     Row{"pocket_first_too_light", kPocket, kPocketFirstTap, 0, 0, true, 100, kPocketFirstTap,
-        false, [] { pocket().tap_pocket_acc_max = 10.0F; }},
+        [] { pocket().tap_pocket_acc_max = 10.0F; }},
     Row{"pocket_second_range", kPocket, kPocketSecondTap, 0, 0, false, 100, kPocketOutOfRange,
-        false, [] { comp_acc = 26.0F; }},
-    Row{"pocket_second_weak", kPocket, kPocketSecondTap, 0.1F, 0, true, 100, kPocketWeak, false,
+        [] { comp_acc = 26.0F; }},
+    Row{"pocket_second_weak", kPocket, kPocketSecondTap, 0.1F, 0, true, 100, kPocketWeak,
         [] { pocket().tap_pocket_gyro_max = 0.4F; }},
     Row{"pocket_second_too_soon", kPocket, kPocketSecondTap, 0.04F, 0, true, 100, kPocketSecondTap},
-    Row{"pocket_second_burst", kPocket, kPocketSecondTap, 0.1F, 0, true, 100, kPocketAfter},
-    Row{"pocket_after_hit", kPocket, kPocketAfter, 0.2F, 0, false, 100, kPocketHoldOff, true},
-    Row{"pocket_after_z", kPocket, kPocketAfter, 0.2F, 0, false, 100, kPocketZAxis, false,
+    Row{"pocket_after_z", kPocket, kPocketAfter, 0.2F, 0, false, 100, kPocketZAxis,
         [] { pocket().tap_pocket_axis_peak = {0.0F, 0.0F, 0.02F}; }},
     Row{"pocket_after_quiet", kPocket, kPocketAfter, 0, 0.1F, false, 5, kPocketQuiet},
-    Row{"pocket_after_range", kPocket, kPocketAfter, 0, 0, false, 100, kPocketOutOfRange, false,
+    Row{"pocket_after_range", kPocket, kPocketAfter, 0, 0, false, 100, kPocketOutOfRange,
         [] { comp_acc = 30.0F; }},
     // While the level is low, only the quiet count runs.
-    Row{"pocket_quiet_no_range", kPocket, kPocketAfter, 0, 0, false, 5, kPocketAfter, false,
+    Row{"pocket_quiet_no_range", kPocket, kPocketAfter, 0, 0, false, 5, kPocketAfter,
         [] { comp_acc = 30.0F; }},
     Row{"pocket_holdoff_ends", kPocket, kPocketHoldOff, 0.4F, 0, false, 100, kPocketFirstTap},
     Row{"pocket_unknown_returns", kPocket, -9, 0, 0, false, 100, kPocketFirstTap}),
