@@ -97,37 +97,32 @@ TEST(AirMouseSettings, ReadTakesTheLeadingNumbers) {
     }
 }
 
-TEST(AirMouseSettings, UnopenableFileFailsWithItsError) {
-    TempRoot root;
-    root.mkdir(kFile);
-    int result = 0;
-    EXPECT_EQ(read_values(&result), (std::vector<float>{7, 7, 7}));
-    EXPECT_EQ(result, -EISDIR);
+// A directory in the file's place fails with its error; a missing folder
+// is tried once and reported, then only the access failure is logged.
+TEST(AirMouseSettings, UnopenableOrUncreatableFileFailsWithItsError) {
     const float values[3] = {1, 2, 3};
-    LogCapture log;
-    EXPECT_EQ(write_screen_position_resolution(values), -EISDIR);
-    EXPECT_EQ(log.count("open file '" + root.path(kFile) + "' failed: Is a directory\n"), 1);
+    for (const bool folder_missing : {false, true}) {
+        TempRoot root;
+        folder_missing ? root.remove("/data/system") : root.mkdir(kFile);
+        const std::string path = root.path(kFile);
+        const int error = folder_missing ? -ENOENT : -EISDIR;
+        LogCapture log;
+        int result = 0;
+        EXPECT_EQ(read_values(&result), (std::vector<float>{7, 7, 7}));
+        EXPECT_EQ(result, error);
+        read_values(&result);
+        EXPECT_EQ(write_screen_position_resolution(values), error);
+        EXPECT_EQ(log.count("open file '" + path + "' failed: " + std::strerror(-error) + "\n"), 1);
+        EXPECT_EQ(log.count("Unable to open " + path + " (No such file or directory)"),
+                  folder_missing ? 1 : 0);
+        EXPECT_EQ(log.count("Cannot access \"" + path + "\": No such file or directory"),
+                  folder_missing ? 2 : 0);
+        for (const auto& line : log.lines()) {
+            EXPECT_EQ(line.tag, "AirMouseAlgorithm");
+        }
+    }
     EXPECT_EQ(write_screen_position_resolution(nullptr), -22);
     EXPECT_EQ(read_screen_position_resolution(nullptr), -22);
-}
-
-TEST(AirMouseSettings, UncreatableFileIsTriedOnceAndReported) {
-    TempRoot root;
-    root.remove("/data/system");
-    LogCapture log;
-    int result = 0;
-    read_values(&result);
-    EXPECT_EQ(result, -ENOENT);
-    read_values(&result);
-    const std::string path = root.path(kFile);
-    EXPECT_EQ(log.count("Unable to open " + path + " (No such file or directory)"), 1);
-    EXPECT_EQ(log.count("Cannot access \"" + path + "\": No such file or directory"), 2);
-    const float values[3] = {1, 2, 3};
-    EXPECT_EQ(write_screen_position_resolution(values), -ENOENT);
-    EXPECT_EQ(log.count("open file '" + path + "' failed: No such file or directory\n"), 1);
-    for (const auto& line : log.lines()) {
-        EXPECT_EQ(line.tag, "AirMouseAlgorithm");
-    }
 }
 
 TEST(AirMouseSettings, SetKeepsCurrentValuesForMissingEntriesAndSaturates) {
