@@ -36,9 +36,8 @@ void expect_bits(const float* got, std::initializer_list<float> want, const char
 }
 
 // Filter quaternion (0.6, 0.8, 0, 0) reads (0.8, -0, -0, 0.6) in the device
-// frame; its negative-scalar twin is flipped so that w >= 0. All-zero
-// angles are written (0, -0, 0) and refused (the angles' frame: the still
-// poses of posture_physics_test.cpp).
+// frame; its negative-scalar twin is flipped so that w >= 0. Yaw -30 reads
+// as azimuth 330; all-zero angles are written (0, -0, 0) and refused.
 TEST(Outputs, QuaternionRotationVectorAndEulerAngles) {
     const float cases[][5] = {{0.6F, 0.8F, -0.0F, -0.0F, 0.6F}, {-0.6F, -0.8F, 0.0F, 0.0F, 0.6F}};
     for (const auto& c : cases) {
@@ -52,7 +51,11 @@ TEST(Outputs, QuaternionRotationVectorAndEulerAngles) {
         get_quaternion(raw);
         EXPECT_TRUE(raw[0] == c[0] && raw[1] == 0.8F) << "filter frame, scalar first";
     }
+    const float psi_theta_phi[3] = {-30.0F, 5.0F, 10.0F};
+    std::memcpy(filter().out.euler, psi_theta_phi, sizeof psi_theta_phi);
     float e[3] = {};
+    EXPECT_EQ(sfc_get_euler_angle(e), 0);
+    expect_bits(e, {330.0F, -10.0F, 5.0F}, "euler ");
     std::memset(filter().out.euler, 0, sizeof filter().out.euler);
     EXPECT_EQ(sfc_get_euler_angle(e), -22);
     expect_bits(e, {0.0F, -0.0F, 0.0F}, "zero euler ");
