@@ -352,20 +352,22 @@ class LaneBatch {
     static constexpr int kVectors = kLanes / W;
 
 public:
-    explicit LaneBatch(DistanceMemo* memo) : memo_(memo) {}
+    // A batch of simple points (fits_lane), or of general ones: those
+    // that only fits_general_lane takes. The two kinds are kept apart, so
+    // that a general point never makes a batch of simple ones bisect.
+    LaneBatch(DistanceMemo* memo, bool general) : memo_(memo), general_(general) {}
 
-    // Takes the point if fits_lane accepts it and adds to sum the
+    // Takes the point if it is of the batch's kind and adds to sum the
     // distances of the batch when it is full.
     bool add(int n, const i64* e, const i64* y, i64& sum) {
         const bool simple = fits_lane(n, e, y);
-        if (!simple && !fits_general_lane(n, e, y)) {
+        if (general_ ? simple || !fits_general_lane(n, e, y) : !simple) {
             return false;
         }
         bool keyed = memo_ != nullptr;
         for (int i = 0; i < n; ++i) {
             keyed = keyed && e[i] >= 0;  // the key holds non-negative semi-axes
         }
-        general_ = general_ || !simple;
         DistanceMemo::Entry* entry = nullptr;
         DistanceMemo::Entry key{};
         if (keyed) {
@@ -410,7 +412,7 @@ public:
     }
 
     // The same for a point off all three centre planes of an ellipsoid
-    // with lanes3 set, with its scaled offsets y.
+    // with lanes3 set, with its scaled offsets y, into a simple batch.
     bool add3(const Frame& f, const i64* y, i64& sum) {
         const i64 ey[3] = {f.e[0] * y[0], f.e[1] * y[1], f.e[2] * y[2]};  // below 2^46
         const i64 ey_max = std::max(std::max(ey[0], ey[1]), ey[2]);
@@ -483,7 +485,6 @@ public:
         count_ = 0;
         width_ = 0;
         blocks_ = 0;
-        general_ = false;
         return sum;
     }
 
@@ -733,7 +734,7 @@ private:
     int count_ = 0;
     i64 width_ = 0;
     i64 blocks_ = 0;
-    bool general_ = false;
+    bool general_;
 };
 
 template <int W>
@@ -751,8 +752,12 @@ __attribute__((target("avx2"))) void LaneBatch<8>::settle() {
 
 template <int W>
 i64 sum_distances(const Frame& f, const std::int32_t (*points)[3], int count, DistanceMemo* memo) {
-    LaneBatch<W> batch(memo);
+    LaneBatch<W> simple(memo, false);
+    LaneBatch<W> general(memo, true);
     i64 sum = 0;
+    const auto add = [&](int n, const i64* e, const i64* y) {
+        return simple.add(n, e, y, sum) || general.add(n, e, y, sum);
+    };
     for (int i = 0; i < count; ++i) {
         i64 d[3];
         for (int j = 0; j < 3; ++j) {
@@ -760,7 +765,7 @@ i64 sum_distances(const Frame& f, const std::int32_t (*points)[3], int count, Di
         }
         if (d[0] > 0 && d[1] > 0 && d[2] > 0) {  // the usual case: setup in short
             const i64 y[3] = {scaled(f, d[0]), scaled(f, d[1]), scaled(f, d[2])};
-            if (!(f.lanes3 && batch.add3(f, y, sum)) && !batch.add(3, f.e, y, sum)) {
+            if (!(f.lanes3 && simple.add3(f, y, sum)) && !add(3, f.e, y)) {
                 sum += bisector(3, f.e, y);
             }
             continue;
@@ -768,11 +773,11 @@ i64 sum_distances(const Frame& f, const std::int32_t (*points)[3], int count, Di
         const Setup st = setup(f, points[i]);
         if (!st.bisect) {
             sum += fit::clamp32(st.value);
-        } else if (!batch.add(st.n, st.e, st.y, sum)) {
+        } else if (!add(st.n, st.e, st.y)) {
             sum += bisector(st.n, st.e, st.y);
         }
     }
-    return sum + batch.run();
+    return sum + simple.run() + general.run();
 }
 
 bool wide_lanes() {
