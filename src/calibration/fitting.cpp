@@ -94,31 +94,33 @@ bool within_one(const std::int32_t* a, const std::int32_t* b) {
     return true;
 }
 
-// Summed distances of the last two probes evaluated. In each iteration of
-// a pass one probe stays as it was, so its sum is taken from here: the same
-// numbers for half the distance calls.
+// Summed distances of the last probes evaluated. In each iteration of a
+// pass one probe stays as it was, and passes meet earlier probes again, so
+// their sums are taken from here.
 class ProbeSums {
 public:
     i64 sum(const std::int32_t* p, const Points& points, std::int32_t s) {
-        for (int j = 0; j < 2; ++j) {
+        int oldest = 0;
+        for (int j = 0; j < kKept; ++j) {
             if (valid_[j] && std::equal(p, p + 6, probe_[j])) {
                 used_[j] = ++clock_;
                 return sum_[j];
             }
+            oldest = used_[j] < used_[oldest] ? j : oldest;
         }
-        const int j = used_[0] <= used_[1] ? 0 : 1;  // the least recently used
-        std::copy(p, p + 6, probe_[j]);
-        sum_[j] = summed_distance(p, points, kCalibSamples, s);
-        valid_[j] = true;
-        used_[j] = ++clock_;
-        return sum_[j];
+        std::copy(p, p + 6, probe_[oldest]);
+        sum_[oldest] = summed_distance(p, points, kCalibSamples, s);
+        valid_[oldest] = true;
+        used_[oldest] = ++clock_;
+        return sum_[oldest];
     }
 
 private:
-    std::int32_t probe_[2][6] = {};
-    i64 sum_[2] = {0, 0};
-    bool valid_[2] = {false, false};
-    std::uint64_t used_[2] = {0, 0};
+    static constexpr int kKept = 8;
+    std::int32_t probe_[kKept][6] = {};
+    i64 sum_[kKept] = {};
+    bool valid_[kKept] = {};
+    std::uint64_t used_[kKept] = {};
     std::uint64_t clock_ = 0;
 };
 
