@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <iterator>
 #include <limits>
@@ -95,13 +94,6 @@ TEST_F(Touch, ConvertScalesTruncatesAndHolds) {
     EXPECT_EQ(s.convert_y(400), 0);
 }
 
-// Line ends are stripped through the name files below; here its bad input.
-TEST(TouchChomp, RefusesBadInput) {
-    char buf[] = "x\n";
-    EXPECT_EQ(touch_service::chomp(nullptr, 2), -1);
-    EXPECT_EQ(touch_service::chomp(buf, -1), -1);
-}
-
 TEST_F(Touch, ConstructorOpensTheNamedNodeAndItsClassPath) {
     root.make_input_device("event1", "Keyboard");
     root.mkdir("/sys/class/input/event5");  // not an "input" entry
@@ -157,6 +149,8 @@ TEST_F(Touch, ClassPathFromNameFileAndBoundedBuffers) {
     EXPECT_STREQ(path, "");  // cleared rather than cut
     root.remove("/sys/class/input");
     EXPECT_EQ(touch_service::get_class_path(path, "VelmoVirtualTouch", sizeof path), -1);
+    EXPECT_EQ(touch_service::chomp(nullptr, 2), -1);
+    EXPECT_EQ(touch_service::chomp(path, -1), -1);
 }
 
 // Each gesture writes its frames (device coordinates) and the release.
@@ -204,8 +198,10 @@ TEST_F(Touch, GesturesWriteTheirFramesThenTheRelease) {
 }
 
 // Command (1, 1), sent by another object: the tap at device (585, 625)
-// with 100 ms between down and up.
-TEST_F(Touch, TapCommandWritesDownHoldUp) {
+// with 100 ms between down and up. (1, 2) spreads from (200, 200), (1, 3)
+// pinches from (600, 600): 200 frames at least 2 ms apart, then the release.
+// Unknown commands and short datagrams are only logged.
+TEST_F(Touch, CommandsWriteTheirGestures) {
     touch_service service;
     service.start_service();
     ASSERT_TRUE(bound());
@@ -217,14 +213,6 @@ TEST_F(Touch, TapCommandWritesDownHoldUp) {
     vl_touch_sensors_event last{};
     EXPECT_EQ(service.get_data(&last), 0);
     EXPECT_EQ(last.key_type, 1);
-}
-
-// (1, 2) spreads from (200, 200), (1, 3) pinches from (600, 600): 200 frames
-// at least 2 ms apart, then the release.
-TEST_F(Touch, SweepCommandsWriteTwoHundredFramesAndTheRelease) {
-    touch_service service;
-    service.start_service();
-    ASSERT_TRUE(bound());
     const struct { int type, y, first_l, first_r, last_l, last_r; } cases[] = {
         {2, 250, 221, 247, 0, 480}, {3, 750, 469, 936, 703, 703}};
     for (const auto& c : cases) {
@@ -236,7 +224,6 @@ TEST_F(Touch, SweepCommandsWriteTwoHundredFramesAndTheRelease) {
         EXPECT_EQ(frame(got, 200), kRelease);
         EXPECT_GE(reader.times().back() - reader.times().front(), 200 * 2000);
     }
-    // Unknown commands and short datagrams are only logged.
     for (const Bytes& b : {command(2, 1), command(1, 4), Bytes{7, 0, 0, 0}, Bytes{}}) ASSERT_TRUE(send(b));
     ASSERT_TRUE(send(command(1, 1)));
     EXPECT_EQ(reader.take(kTap).size(), kTap);

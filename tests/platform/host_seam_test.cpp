@@ -8,11 +8,11 @@
 #include <unistd.h>
 #include <utils/AndroidThreads.h>
 
-#include <atomic>
 #include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
-#include <vector>
+#include <tuple>
 
 #include "imu/host.h"
 #include "platform/input_device.h"
@@ -22,6 +22,7 @@
 namespace {
 
 constexpr int kIdent = 9;
+const float kV[3] = {1.0F, 2.0F, 9.8F};
 
 // A queue on this thread's looper, as the poll thread makes one.
 struct Queue {
@@ -35,170 +36,94 @@ struct Queue {
 
 TEST(SensorHub, EnabledSensorDeliversEventsOneAtATimeInOrder) {
     Queue q;
-    ASensor const* acc = q.sensor(ASENSOR_TYPE_ACCELEROMETER);
-    ASSERT_NE(acc, nullptr);
-    ASSERT_EQ(ASensorEventQueue_enableSensor(q.queue, acc), 0);
-    for (int i = 0; i < 3; ++i) {
-        const float v[3] = {1.0F + static_cast<float>(i), 2.0F, 9.8F};
-        ASSERT_EQ(imu_host_sensor_post(ASENSOR_TYPE_ACCELEROMETER, v, 3, 1000 * (i + 1)), 1);
-    }
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(ALooper_pollAll(0, nullptr, nullptr, nullptr), kIdent);
-        ASensorEvent e{};
-        ASSERT_EQ(ASensorEventQueue_getEvents(q.queue, &e, 1), 1);
-        EXPECT_EQ(e.type, ASENSOR_TYPE_ACCELEROMETER);
-        EXPECT_EQ(e.timestamp, 1000 * (i + 1));
-        EXPECT_EQ(e.data[0], 1.0F + static_cast<float>(i));
-        EXPECT_EQ(e.data[1], 2.0F);
-        EXPECT_EQ(e.data[2], 9.8F);
+    ASSERT_EQ(ASensorEventQueue_enableSensor(q.queue, q.sensor(ASENSOR_TYPE_ACCELEROMETER)), 0);
+    for (int i = 1; i <= 3; ++i) {
+        ASSERT_EQ(imu_host_sensor_post(ASENSOR_TYPE_ACCELEROMETER, kV, 3, 1000 * i), 1);
     }
     ASensorEvent e{};
+    for (int i = 1; i <= 3; ++i) {
+        ASSERT_EQ(ALooper_pollAll(0, nullptr, nullptr, nullptr), kIdent);
+        ASSERT_EQ(ASensorEventQueue_getEvents(q.queue, &e, 1), 1);
+        EXPECT_EQ(std::make_tuple(e.type, e.timestamp, e.data[0], e.data[2]),
+                  std::make_tuple(ASENSOR_TYPE_ACCELEROMETER, 1000 * i, 1.0F, 9.8F));
+    }
     EXPECT_EQ(ASensorEventQueue_getEvents(q.queue, &e, 1), 0);
     EXPECT_LT(ALooper_pollAll(0, nullptr, nullptr, nullptr), 0);
 }
 
-TEST(SensorHub, DisabledOrAbsentSensorQueuesNothing) {
-    Queue q;
-    const float v[3] = {1, 2, 3};
-    EXPECT_EQ(imu_host_sensor_post(ASENSOR_TYPE_GYROSCOPE, v, 3, 1), 0);
-    ASensor const* gyro = q.sensor(ASENSOR_TYPE_GYROSCOPE);
-    ASSERT_EQ(ASensorEventQueue_enableSensor(q.queue, gyro), 0);
-    ASSERT_EQ(ASensorEventQueue_disableSensor(q.queue, gyro), 0);
-    EXPECT_EQ(imu_host_sensor_post(ASENSOR_TYPE_GYROSCOPE, v, 3, 2), 0);
-    EXPECT_EQ(imu_host_sensor_post(3, v, 3, 3), 0);  // no such type
+TEST(SensorHub, DisabledAbsentOrUnqueuedSensorDeliversNothing) {
+    auto q = std::make_unique<Queue>();
+    EXPECT_EQ(imu_host_sensor_post(ASENSOR_TYPE_GYROSCOPE, kV, 3, 1), 0);
+    ASensor const* gyro = q->sensor(ASENSOR_TYPE_GYROSCOPE);
+    ASSERT_EQ(ASensorEventQueue_enableSensor(q->queue, gyro), 0);
+    ASSERT_EQ(ASensorEventQueue_disableSensor(q->queue, gyro), 0);
+    EXPECT_EQ(imu_host_sensor_post(ASENSOR_TYPE_GYROSCOPE, kV, 3, 2), 0);
+    EXPECT_EQ(imu_host_sensor_post(3, kV, 3, 3), 0);  // no such type
     EXPECT_LT(ALooper_pollAll(0, nullptr, nullptr, nullptr), 0);
-
     imu_host_sensor_set_present(ASENSOR_TYPE_LIGHT, 0);
-    EXPECT_EQ(q.sensor(ASENSOR_TYPE_LIGHT), nullptr);
-    EXPECT_EQ(ASensorEventQueue_enableSensor(q.queue, nullptr), -22);
-    imu_host_sensor_set_present(ASENSOR_TYPE_LIGHT, 1);
-    EXPECT_NE(q.sensor(ASENSOR_TYPE_LIGHT), nullptr);
-}
-
-TEST(SensorHub, ReportsEnabledStateAndRequestedPeriod) {
-    Queue q;
-    ASensor const* prox = q.sensor(ASENSOR_TYPE_PROXIMITY);
-    EXPECT_EQ(imu_host_sensor_enabled(ASENSOR_TYPE_PROXIMITY), 0);
-    EXPECT_EQ(imu_host_sensor_period_us(ASENSOR_TYPE_PROXIMITY), 0);
-    ASensorEventQueue_enableSensor(q.queue, prox);
-    ASensorEventQueue_setEventRate(q.queue, prox, 20000);
-    EXPECT_EQ(imu_host_sensor_enabled(ASENSOR_TYPE_PROXIMITY), 1);
-    EXPECT_EQ(imu_host_sensor_period_us(ASENSOR_TYPE_PROXIMITY), 20000);
-    ASensorEventQueue_disableSensor(q.queue, prox);
-    EXPECT_EQ(imu_host_sensor_enabled(ASENSOR_TYPE_PROXIMITY), 0);
-}
-
-TEST(SensorHub, DestroyedQueueStopsReceiving) {
-    auto* q = new Queue;
+    EXPECT_EQ(q->sensor(ASENSOR_TYPE_LIGHT), nullptr);
+    EXPECT_EQ(ASensorEventQueue_enableSensor(q->queue, nullptr), -22);
     ASensorEventQueue_enableSensor(q->queue, q->sensor(ASENSOR_TYPE_MAGNETIC_FIELD));
-    delete q;
-    const float v[3] = {1, 2, 3};
-    EXPECT_EQ(imu_host_sensor_post(ASENSOR_TYPE_MAGNETIC_FIELD, v, 3, 1), 0);
+    q.reset();  // a destroyed queue winds its sensors down
+    EXPECT_EQ(imu_host_sensor_post(ASENSOR_TYPE_MAGNETIC_FIELD, kV, 3, 1), 0);
     EXPECT_EQ(imu_host_sensor_enabled(ASENSOR_TYPE_MAGNETIC_FIELD), 0);
 }
 
-TEST(SensorHub, PollWithoutLooperIsAnError) {
+TEST(SensorHub, PollWaitsForAnotherThreadAndNeedsALooper) {
+    Queue q;
+    ASensorEventQueue_enableSensor(q.queue, q.sensor(ASENSOR_TYPE_LIGHT));
+    std::thread poster([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        imu_host_sensor_post(ASENSOR_TYPE_LIGHT, kV, 1, 5);
+    });
+    EXPECT_EQ(ALooper_pollAll(5000, nullptr, nullptr, nullptr), kIdent);
+    poster.join();
     int result = 0;
     std::thread([&] { result = ALooper_pollAll(0, nullptr, nullptr, nullptr); }).join();
     EXPECT_EQ(result, ALOOPER_POLL_ERROR);
 }
 
-TEST(SensorHub, PollWithTimeoutWakesForAnEventFromAnotherThread) {
-    Queue q;
-    ASensorEventQueue_enableSensor(q.queue, q.sensor(ASENSOR_TYPE_LIGHT));
-    std::thread poster([] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        const float v[1] = {120.0F};
-        imu_host_sensor_post(ASENSOR_TYPE_LIGHT, v, 1, 5);
-    });
-    EXPECT_EQ(ALooper_pollAll(5000, nullptr, nullptr, nullptr), kIdent);
-    poster.join();
-}
-
-TEST(HostLog, LinesReachTheSinkWithPriorityTagAndText) {
+TEST(HostLog, CaptureKeepsPriorityTagAndTextAndCutsLongLines) {
     imu::test::LogCapture log;
     __android_log_print(ANDROID_LOG_ERROR, "VLM_SFC", "value %d of %s", 7, "x");
-    __android_log_print(ANDROID_LOG_DEBUG, "AirMouseAlgorithm", "%s", "plain");
+    __android_log_print(ANDROID_LOG_DEBUG, "T", "%s", std::string(10000, 'a').c_str());
     const auto lines = log.lines();
     ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[0].prio, ANDROID_LOG_ERROR);
-    EXPECT_EQ(lines[0].tag, "VLM_SFC");
-    EXPECT_EQ(lines[0].text, "value 7 of x");
+    EXPECT_EQ(std::make_tuple(lines[0].prio, lines[0].tag, lines[0].text),
+              std::make_tuple(int{ANDROID_LOG_ERROR}, std::string("VLM_SFC"),
+                              std::string("value 7 of x")));
     EXPECT_EQ(lines[1].prio, ANDROID_LOG_DEBUG);
-    EXPECT_EQ(lines[1].tag, "AirMouseAlgorithm");
+    EXPECT_EQ(lines[1].text.size(), 4067U);
 }
 
-TEST(HostLog, LongLinesAreCutNotOverrun) {
-    imu::test::LogCapture log;
-    const std::string big(10000, 'a');
-    __android_log_print(ANDROID_LOG_ERROR, "T", "%s", big.c_str());
-    ASSERT_EQ(log.lines().size(), 1U);
-    EXPECT_EQ(log.lines()[0].text.size(), 4067U);
-}
-
-TEST(HostLog, SeveralThreadsLogWholeLines) {
-    imu::test::LogCapture log;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 100; ++i) {
-                __android_log_print(ANDROID_LOG_ERROR, "T", "thread %d line %d", t, i);
-            }
-        });
-    }
-    for (auto& th : threads) {
-        th.join();
-    }
-    EXPECT_EQ(log.lines().size(), 400U);
-    EXPECT_EQ(log.count("thread 3 line 99"), 1);
-}
-
-TEST(HostLog, DefaultSinkWritesLetterTagAndText) {
+TEST(HostLog, DefaultSinkWritesLetterTagAndTextAndNoThreadRunsNull) {
     testing::internal::CaptureStderr();
     __android_log_print(ANDROID_LOG_ERROR, "VLM_SFC", "hello %d", 1);
     __android_log_print(ANDROID_LOG_DEBUG, "VLM_SFC", "done\n");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "E/VLM_SFC: hello 1\nD/VLM_SFC: done\n");
+    EXPECT_EQ(androidCreateThread(nullptr, nullptr), 0);  // the poll tests run a real one
 }
 
-TEST(HostThreads, CreatedThreadRunsItsFunctionWithItsArgument) {
-    std::atomic<int> seen{0};
-    auto fn = [](void* arg) -> int {
-        static_cast<std::atomic<int>*>(arg)->store(42);
-        return 0;
-    };
-    ASSERT_NE(androidCreateThread(fn, &seen), 0);
-    for (int i = 0; i < 500 && seen.load() == 0; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_EQ(seen.load(), 42);
-    EXPECT_EQ(androidCreateThread(nullptr, nullptr), 0);
-}
-
-TEST(InputDevice, FifoNameComesFromSysClassInput) {
+// The name of a FIFO node comes from /sys/class/input, cut to the buffer.
+TEST(InputDevice, NameFromSysClassInput) {
     imu::test::TempRoot root;
     root.make_input_device("event3", "VelmoVirtualMouse");
-    const std::string node = root.path("/dev/input/event3");
-    const int fd = ::open(node.c_str(), O_RDWR | O_NONBLOCK);
-    ASSERT_GE(fd, 0);
+    root.write("/dev/input/event0", "");  // no name file
     char name[254];
-    EXPECT_EQ(imu::platform::input_device_name(fd, node.c_str(), name, sizeof name), 18);
-    EXPECT_STREQ(name, "VelmoVirtualMouse");
-    char tiny[6];
-    EXPECT_EQ(imu::platform::input_device_name(fd, node.c_str(), tiny, sizeof tiny), 6);
-    EXPECT_STREQ(tiny, "Velmo");
-    ::close(fd);
-}
-
-TEST(InputDevice, NodeWithoutNameFileHasNoName) {
-    imu::test::TempRoot root;
-    root.write("/dev/input/event0", "");
-    const std::string node = root.path("/dev/input/event0");
-    const int fd = ::open(node.c_str(), O_RDONLY);
-    ASSERT_GE(fd, 0);
-    char name[254];
-    EXPECT_EQ(imu::platform::input_device_name(fd, node.c_str(), name, sizeof name), -1);
-    EXPECT_STREQ(name, "");
-    ::close(fd);
+    for (const char* node : {"event3", "event0"}) {
+        const std::string path = root.path(std::string("/dev/input/") + node);
+        const int fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK);
+        ASSERT_GE(fd, 0);
+        const bool named = node[5] == '3';
+        EXPECT_EQ(imu::platform::input_device_name(fd, path.c_str(), name, sizeof name),
+                  named ? 18 : -1);
+        EXPECT_STREQ(name, named ? "VelmoVirtualMouse" : "");
+        if (named) {
+            EXPECT_EQ(imu::platform::input_device_name(fd, path.c_str(), name, 6), 6);
+            EXPECT_STREQ(name, "Velmo");
+        }
+        ::close(fd);
+    }
 }
 
 }  // namespace

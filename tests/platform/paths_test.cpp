@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 
 #include "imu/host.h"
@@ -13,16 +14,12 @@ namespace {
 
 using imu::platform::FixedPath;
 
-TEST(Paths, RealPathsByDefault) {
+TEST(Paths, RootIsPrefixedToEveryPath) {
     char out[256];
     EXPECT_STREQ(imu_host_root(), "");
     EXPECT_EQ(imu::platform::fixed_path(FixedPath::kCalibrationFile, out, sizeof out), 24);
     EXPECT_STREQ(out, "/data/system/velmoGR.ini");
-}
-
-TEST(Paths, RootIsPrefixedToEveryPath) {
     imu_host_set_root("/tmp/r");
-    char out[256];
     imu::platform::fixed_path(FixedPath::kSysClassInputSlash, out, sizeof out);
     EXPECT_STREQ(out, "/tmp/r/sys/class/input/");
     imu::platform::fixed_path_join(FixedPath::kDevInput, "event3", out, sizeof out);
@@ -31,21 +28,16 @@ TEST(Paths, RootIsPrefixedToEveryPath) {
     EXPECT_STREQ(imu_host_root(), "");
 }
 
-TEST(Paths, TooSmallBufferGivesEmptyPath) {
+TEST(Paths, TooSmallBufferOrOverlongRootFailsCleanly) {
     char out[10] = "xxxxxxxxx";
     EXPECT_EQ(imu::platform::fixed_path(FixedPath::kTouchSocket, out, sizeof out), -1);
     EXPECT_STREQ(out, "");
     EXPECT_EQ(imu::platform::fixed_path_join(FixedPath::kVelmoDir, "abc", out, sizeof out), -1);
     EXPECT_STREQ(out, "");
-}
-
-TEST(Paths, OverlongRootIsRefusedAndFilesFailCleanly) {
-    const std::string deep(5000, 'd');
     imu_host_set_root("/tmp/r");
-    imu_host_set_root(deep.c_str());
+    imu_host_set_root(std::string(5000, 'd').c_str());  // refused
     EXPECT_STREQ(imu_host_root(), "/tmp/r");
-    const std::string long_root = "/" + std::string(4080, 'x');
-    imu_host_set_root(long_root.c_str());
+    imu_host_set_root(("/" + std::string(4080, 'x')).c_str());
     EXPECT_EQ(imu::platform::fopen_fixed(FixedPath::kAccMagRawFile, "r"), nullptr);
     EXPECT_EQ(errno, ENAMETOOLONG);
     EXPECT_EQ(imu::platform::access_fixed(FixedPath::kAccMagRawFile, F_OK), -1);

@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <ostream>
 #include <string>
 #include <thread>
 
@@ -18,78 +17,60 @@
 
 namespace {
 
-using imu::platform::FixedPath;
 using imu::platform::WriteMode;
-using imu::platform::write_file_atomically;
 using imu::test::TempRoot;
 
 constexpr const char* kFile = "/data/system/velmoAR.ini";
-constexpr const char* kAbsent = "<absent>";
+constexpr const char* kText = "1.0 1920.0 1080.0\n";
 
 int write(const std::string& text, WriteMode mode) {
-    return write_file_atomically(FixedPath::kAirMouseSettings, text.data(), text.size(), mode);
-}
-
-unsigned mode_of(const TempRoot& root, const char* rel) {
-    struct stat st {};
-    return ::stat(root.path(rel).c_str(), &st) == 0 ? st.st_mode & 07777 : 0U;
+    return imu::platform::write_file_atomically(imu::platform::FixedPath::kAirMouseSettings,
+                                                text.data(), text.size(), mode);
 }
 
 // Names in /data/system: the file and nothing beside it.
 int entries(const TempRoot& root) {
     int n = 0;
     DIR* d = ::opendir(root.path("/data/system").c_str());
-    while (const dirent* e = d != nullptr ? ::readdir(d) : nullptr) {
+    while (const dirent* e = d != nullptr ? ::readdir(d) : nullptr)
         n += e->d_name[0] != '.' ? 1 : 0;
-    }
     if (d != nullptr) {
         ::closedir(d);
     }
     return n;
 }
 
-struct Case {
-    const char* name;
-    const char* before;  // contents, or kAbsent
-    unsigned before_mode;
-    WriteMode mode;
-    const char* after;
-};
-
-class ReplaceFile : public testing::TestWithParam<Case> {};
-
-TEST_P(ReplaceFile, WritesTheWholeTextAndKeepsThePermissions) {
-    const Case& c = GetParam();
-    TempRoot root;
+TEST(ReplaceFile, WritesTheWholeTextAndKeepsThePermissions) {
     const mode_t mask = ::umask(022);
     ::umask(mask);
-    if (std::string(c.before) != kAbsent) {
-        root.write(kFile, c.before);
-        ::chmod(root.path(kFile).c_str(), c.before_mode);
+    const struct {
+        const char* before;  // nullptr: absent
+        unsigned before_mode;
+        WriteMode mode;
+        std::string after;
+    } cases[] = {{nullptr, 0, WriteMode::kReplace, kText},
+                 {"0 1680 1050\n", 0777, WriteMode::kReplace, kText},
+                 {"garbage", 0600, WriteMode::kReplace, kText},
+                 {"a\nb\n", 0640, WriteMode::kAppend, std::string("a\nb\n") + kText},
+                 {nullptr, 0, WriteMode::kAppend, kText}};
+    for (const auto& c : cases) {
+        TempRoot root;
+        if (c.before != nullptr) {
+            root.write(kFile, c.before);
+            ::chmod(root.path(kFile).c_str(), c.before_mode);
+        }
+        ASSERT_EQ(write(kText, c.mode), 0);
+        EXPECT_EQ(root.read(kFile), c.after);
+        struct stat st {};
+        ASSERT_EQ(::stat(root.path(kFile).c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, c.before != nullptr ? c.before_mode : 0666U & ~mask)
+            << c.after;
+        EXPECT_EQ(entries(root), 1) << "a temporary file is left";
     }
-    ASSERT_EQ(write("1.0 1920.0 1080.0\n", c.mode), 0);
-    EXPECT_EQ(root.read(kFile), c.after);
-    const unsigned expected = std::string(c.before) == kAbsent ? 0666U & ~mask : c.before_mode;
-    EXPECT_EQ(mode_of(root, kFile), expected);
-    EXPECT_EQ(entries(root), 1) << "no temporary file is left";
 }
 
-void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ReplaceFile,
-    testing::Values(Case{"NewFile", kAbsent, 0, WriteMode::kReplace, "1.0 1920.0 1080.0\n"},
-                    Case{"ReplacesOpenFile", "0 1680 1050\n", 0777, WriteMode::kReplace,
-                         "1.0 1920.0 1080.0\n"},
-                    Case{"ReplacesPrivateFile", "garbage", 0600, WriteMode::kReplace,
-                         "1.0 1920.0 1080.0\n"},
-                    Case{"AppendsToLines", "a\nb\n", 0640, WriteMode::kAppend,
-                         "a\nb\n1.0 1920.0 1080.0\n"},
-                    Case{"AppendCreates", kAbsent, 0, WriteMode::kAppend, "1.0 1920.0 1080.0\n"}),
-    [](const testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
-
-// Where fopen fails, so does the write, with fopen's errno, and the
-// place is left as it was.
+// Where fopen fails, so does the write, with fopen's errno, and the place
+// is left as it was.
 TEST(ReplaceFileFailure, FailsWithTheErrnoFopenGives) {
     TempRoot root;
     root.mkdir(kFile);
@@ -97,7 +78,7 @@ TEST(ReplaceFileFailure, FailsWithTheErrnoFopenGives) {
     EXPECT_EQ(write("x\n", WriteMode::kReplace), -1);
     EXPECT_EQ(errno, EISDIR);
     EXPECT_EQ(entries(root), 1);
-    root.remove("/data/system/velmoAR.ini");
+    root.remove(kFile);
     root.remove("/data/system");
     errno = 0;
     EXPECT_EQ(write("x\n", WriteMode::kAppend), -1);
@@ -119,9 +100,7 @@ TEST(ReplaceFileReader, NeverSeesPartOfTheFile) {
             bad += seen != a && seen != b ? 1 : 0;
         }
     });
-    for (int i = 0; i < 2000; ++i) {
-        ASSERT_EQ(write(i % 2 == 0 ? b : a, WriteMode::kReplace), 0);
-    }
+    for (int i = 0; i < 2000; ++i) ASSERT_EQ(write(i % 2 == 0 ? b : a, WriteMode::kReplace), 0);
     done = true;
     reader.join();
     EXPECT_EQ(bad.load(), 0);

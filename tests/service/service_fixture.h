@@ -13,12 +13,14 @@
 #include "imu/host.h"
 #include "imu/service.h"
 #include "service/velmofusion.h"
+#include "support/data_service_client.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 
 namespace imu::test {
 
 using Triple = std::array<float, 3>;
+constexpr Triple kZero{0.0F, 0.0F, 0.0F};
 
 class ServiceTest : public testing::Test {
 protected:
@@ -30,34 +32,27 @@ protected:
         get_fusiond_data(0, out);
         return *service();
     }
-
     static Triple slot(int index) {
         Triple t{-1.0F, -1.0F, -1.0F};
         get_fusiond_data(index, t.data());
         return t;
     }
-
     static void push(int type, float x, float y, float z, long long ts = 0) {
         float v[3] = {x, y, z};
         input_raw_data(type, v, ts);
     }
-
-    // Lines that start with prefix.
+    // Accelerometer and magnetometer, so that a gyroscope sample can run a cycle.
+    static void push_acc_mag() {
+        push(kAcceleration, 0.0F, 0.0F, 9.8F);
+        push(kMagnetic, 20.0F, 0.0F, -40.0F);
+    }
     int count_prefix(const std::string& prefix) const {
         int n = 0;
-        for (const std::string& t : log.texts()) {
-            n += t.rfind(prefix, 0) == 0 ? 1 : 0;
-        }
+        for (const std::string& t : log.texts()) n += t.rfind(prefix, 0) == 0 ? 1 : 0;
         return n;
     }
-
-    // Waits up to 3 s for cond (the poll thread naps up to 500 ms).
-    static bool eventually(const std::function<bool()>& cond) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-        while (!cond() && std::chrono::steady_clock::now() < end) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        return cond();
+    bool poll_started() const {
+        return wait_until([&] { return log.count("Start pollSensors") == 1; });
     }
 
     TempRoot root;

@@ -1,8 +1,6 @@
-// Several threads at the service at once: control calls, mode changes and
-// reads of every slot while samples are pushed and the poll thread takes
-// the simulated hub's events; then the service shuts down and its thread
-// ends. Run under the thread sanitizer (label service), a data race or a
-// lock-order problem fails the run.
+// Control calls, mode changes and slot reads from several threads while
+// samples are pushed and the poll thread takes the hub's events; then the
+// poll thread ends with the service. Under tsan a race fails the run.
 
 #include <android/sensor.h>
 
@@ -12,12 +10,9 @@
 #include <vector>
 
 #include "service_fixture.h"
-#include "support/data_service_client.h"
 
 namespace imu::test {
 namespace {
-
-constexpr auto kRunFor = std::chrono::milliseconds(1500);
 
 class StressTest : public ServiceTest {};
 
@@ -30,7 +25,7 @@ TEST_F(StressTest, ControlModesReadsSamplesAndPollThreadTogether) {
     for (int i = 0; i < kSlotCount; ++i) {
         control_fusiond(i, 1);
     }
-    // The caller's sample thread: accelerometer, field and gyroscope at 200 Hz.
+    // The caller's samples, the hub's events, two control threads, two readers.
     threads.emplace_back([&] {
         for (long n = 0; !stop.load(); ++n) {
             const float t = static_cast<float>(n) * 0.005F;
@@ -40,7 +35,6 @@ TEST_F(StressTest, ControlModesReadsSamplesAndPollThreadTogether) {
             cycles.fetch_add(1);
         }
     });
-    // The platform: the hub's sensors, which the poll thread reads.
     threads.emplace_back([&] {
         const float acc[3] = {0.0F, 0.0F, 9.8F};
         const float mag[3] = {8.0F, 20.0F, -40.0F};
@@ -53,7 +47,6 @@ TEST_F(StressTest, ControlModesReadsSamplesAndPollThreadTogether) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     });
-    // Two control threads: switching sensors on and off, and modes.
     for (int c = 0; c < 2; ++c) {
         threads.emplace_back([&, c] {
             for (unsigned n = 0; !stop.load(); ++n) {
@@ -66,7 +59,6 @@ TEST_F(StressTest, ControlModesReadsSamplesAndPollThreadTogether) {
             }
         });
     }
-    // Two readers of every slot.
     std::atomic<int> bad{0};
     for (int r = 0; r < 2; ++r) {
         threads.emplace_back([&] {
@@ -79,11 +71,9 @@ TEST_F(StressTest, ControlModesReadsSamplesAndPollThreadTogether) {
             }
         });
     }
-    std::this_thread::sleep_for(kRunFor);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     stop = true;
-    for (std::thread& t : threads) {
-        t.join();
-    }
+    for (std::thread& t : threads) t.join();
     EXPECT_GT(cycles.load(), 100);
     EXPECT_EQ(bad.load(), 0) << "every slot read gives three numbers";
     destroy_service();
