@@ -75,7 +75,6 @@ INSTANTIATE_TEST_SUITE_P(
         ResolutionCase{"empty", "", 1280, 720, nullptr},
         ResolutionCase{"truncated", "screen_resolution:1920", 1920, 720, nullptr},
         ResolutionCase{"garbage", "resolution=1920x1080\n", 1280, 720, nullptr},
-        ResolutionCase{"not_numbers", "screen_resolution:wide\ttall\n", 1280, 720, nullptr},
         ResolutionCase{"folder", "/", 1280, 720, "Is a directory\n"},
         ResolutionCase{"uncreatable", "-", 1280, 720, " (No such file or directory)"}),
     [](const testing::TestParamInfo<ResolutionCase>& info) { return info.param.name; });

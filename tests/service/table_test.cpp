@@ -12,33 +12,23 @@ namespace {
 
 constexpr std::int32_t kIntMax = std::numeric_limits<std::int32_t>::max();
 
-// k steps of 0.1 or 0.001 as float arithmetic gives them.
-float steps(std::int32_t k, float step) { return static_cast<float>(k) * step; }
-
-struct TruncCase {
-    float raw, step, report;
-};
-
-class AdjustAccuracy : public testing::TestWithParam<TruncCase> {};
-
-TEST_P(AdjustAccuracy, TruncatesTowardZeroToMultiplesOfStep) {
-    const TruncCase& c = GetParam();
-    Sensor_fusion_data_struct s{{c.raw, -c.raw, 0.0F}, {7.0F, 7.0F, 7.0F}};
-    velmofusion::adjust_accuracy(&s, c.step);
-    EXPECT_EQ((Triple{s.report[0], s.report[1], s.report[2]}), (Triple{c.report, -c.report, 0.0F}))
-        << c.raw;
-    EXPECT_EQ(std::memcmp(&s.raw[0], &c.raw, sizeof(float)), 0);  // raw stays as it was
+// Toward zero to multiples of the step (k steps as float arithmetic gives
+// them), held within int range; raw stays as it was.
+TEST(AdjustAccuracy, TruncatesTowardZeroToMultiplesOfStep) {
+    const float inf = std::numeric_limits<float>::infinity();
+    const struct { float raw, step; std::int32_t k; } cases[] = {
+        {123.456F, 0.1F, 1234}, {0.04F, 0.1F, 0},       {9.8066F, 0.001F, 9806},
+        {0.0009F, 0.001F, 0},   {359.99F, 0.1F, 3599},  {1e12F, 0.001F, kIntMax},
+        {inf, 0.1F, kIntMax},   {std::nanf(""), 0.1F, 0}};
+    for (const auto& c : cases) {
+        Sensor_fusion_data_struct s{{c.raw, -c.raw, 0.0F}, {7.0F, 7.0F, 7.0F}};
+        velmofusion::adjust_accuracy(&s, c.step);
+        const float report = static_cast<float>(c.k) * c.step;
+        EXPECT_EQ((Triple{s.report[0], s.report[1], s.report[2]}), (Triple{report, -report, 0.0F}))
+            << c.raw;
+        EXPECT_EQ(std::memcmp(&s.raw[0], &c.raw, sizeof(float)), 0);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, AdjustAccuracy,
-    testing::Values(TruncCase{123.456F, 0.1F, steps(1234, 0.1F)},
-                    TruncCase{45.67F, 0.1F, steps(456, 0.1F)}, TruncCase{0.04F, 0.1F, 0.0F},
-                    TruncCase{9.8066F, 0.001F, steps(9806, 0.001F)},
-                    TruncCase{0.0009F, 0.001F, 0.0F}, TruncCase{359.99F, 0.1F, steps(3599, 0.1F)},
-                    TruncCase{1e12F, 0.001F, steps(kIntMax, 0.001F)},
-                    TruncCase{std::numeric_limits<float>::infinity(), 0.1F, steps(kIntMax, 0.1F)},
-                    TruncCase{std::nanf(""), 0.1F, 0.0F}));
 
 TEST_F(ServiceTest, IndexOutsideTheTableLeavesOutputUntouched) {
     svc().fusion_data[26].report[0] = 5.0F;
