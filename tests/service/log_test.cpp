@@ -15,12 +15,9 @@ constexpr const char* kSaveLog = "/data/system/save_velmo_log.ini";
 class LogTest : public ServiceTest {
 protected:
     void SetUp() override {
-        velmofusion& s = svc();
-        s.fusiond_mode.store(0);
-        push(kAcceleration, 0.25F, -0.5F, 9.75F);
-        push(kMagnetic, 21.0F, -3.5F, -40.25F);
+        svc().fusiond_mode.store(0);
+        push_acc_mag();
     }
-    void cycle(long long ts) { push(kGyro, 0.125F, -0.0625F, 0.5F, ts); }
     // Enables index without the poll thread (mode 1 leaves the sensor masks).
     void enable_quietly(int index, int enable) {
         svc().fusiond_mode.store(1);

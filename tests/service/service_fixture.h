@@ -41,11 +41,13 @@ protected:
         float v[3] = {x, y, z};
         input_raw_data(type, v, ts);
     }
-    // Accelerometer and magnetometer, so that a gyroscope sample can run a cycle.
+    // Accelerometer and magnetometer, so that a gyroscope sample (cycle) can
+    // run a cycle.
     static void push_acc_mag() {
-        push(kAcceleration, 0.0F, 0.0F, 9.8F);
-        push(kMagnetic, 20.0F, 0.0F, -40.0F);
+        push(kAcceleration, 0.25F, -0.5F, 9.75F);
+        push(kMagnetic, 21.0F, -3.5F, -40.25F);
     }
+    static void cycle(long long ts) { push(kGyro, 0.125F, -0.0625F, 0.5F, ts); }
     int count_prefix(const std::string& prefix) const {
         int n = 0;
         for (const std::string& t : log.texts()) n += t.rfind(prefix, 0) == 0 ? 1 : 0;

@@ -47,10 +47,8 @@ protected:
     void ready(std::uint32_t enabled) {
         svc().fusiond_mode.store(1);
         svc().mEnabled.store(enabled);
-        push(kAcceleration, 0.25F, -0.5F, 9.75F);
-        push(kMagnetic, 21.0F, -3.5F, -40.25F);
+        push_acc_mag();
     }
-    void cycle(long long ts) { push(kGyro, 0.125F, -0.0625F, 0.5F, ts); }
 };
 
 // Slot 5 reads "no run" while enabled and keeps its value otherwise; the
