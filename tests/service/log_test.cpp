@@ -86,31 +86,30 @@ INSTANTIATE_TEST_SUITE_P(
                     ShowCase{"folder", "/", 0x41, 0x41, false, "Is a directory\n"}),
     [](const testing::TestParamInfo<ShowCase>& info) { return info.param.name; });
 
-TEST_F(LogTest, StatusLinesEveryCycle) {
-    root.write(kShowLog, "27 1\n");
-    enable_quietly(kTap, 1);
+// The mask collects the bits of each control call: status lines (27), then
+// acceleration (6) before the gyroscope (0), every cycle.
+TEST_F(LogTest, StatusAndSlotLinesEveryCycle) {
+    const struct { const char* line; int index; } calls[] = {
+        {"27 1\n", kTap}, {"6 1\n", kShake}, {"0 1\n", kRolling}};
+    for (const auto& c : calls) {
+        root.write(kShowLog, c.line);
+        enable_quietly(c.index, 1);
+    }
+    log.clear();
     cycle(1000000000LL);
     cycle(1010000000LL);
+    const unsigned enabled = (1U << kTap) | (1U << kShake) | (1U << kRolling);
+    EXPECT_EQ(log.count("mEnabled =\t\t" + std::to_string(enabled) + "\n"), 2);
     EXPECT_EQ(log.count("fusiond_mode=\t\t0\n"), 2);
-    EXPECT_EQ(log.count("mEnabled =\t\t4096\n"), 2);
     EXPECT_EQ(log.count("time_diff_us =\t\t0\n"), 1);
     EXPECT_EQ(log.count("time_diff_us =\t\t10000\n"), 1);
     EXPECT_EQ(log.count("acc_data_ready =\t\t1\n"), 2);
     EXPECT_EQ(log.count("mag_data_ready =\t\t1\n"), 2);
-}
-
-TEST_F(LogTest, AccumulatedBitsPrintAccelerationBeforeGyro) {
-    root.write(kShowLog, "6 1\n");
-    enable_quietly(kTap, 1);
-    root.write(kShowLog, "0 1\n");
-    enable_quietly(kShake, 1);
-    log.clear();
-    cycle(1000000000LL);
     const std::string acc =
         "raw_data=0.25000,-0.50000,9.75000\t report_data0.25000,-0.50000,9.75000 Acceleration\n";
     const std::string gyro =
         "raw_data=0.12500,-0.06250,0.50000\t report_data0.12500,-0.06250,0.50000 Gyro\n";
-    EXPECT_EQ(raw_lines(), (std::vector<std::string>{acc, gyro}));
+    EXPECT_EQ(raw_lines(), (std::vector<std::string>{acc, gyro, acc, gyro}));
 }
 
 TEST_F(LogTest, EverySlotLineCarriesItsName) {
