@@ -3,33 +3,12 @@
 
 #include <android/log.h>
 
-#include <cmath>
-#include <limits>
-
 #include "imu/calibration.h"
 #include "platform/service_os.h"
 #include "service/service_internal.h"
 #include "service/velmofusion.h"
 
 namespace imu {
-namespace {
-
-// float -> int32 truncating toward zero; NaN gives 0 and values beyond the
-// range saturate, so a garbage button word has a defined value.
-std::int32_t truncate_to_int32(float v) {
-    if (std::isnan(v)) {
-        return 0;
-    }
-    if (v >= 2147483648.0F) {
-        return std::numeric_limits<std::int32_t>::max();
-    }
-    if (v < -2147483648.0F) {
-        return std::numeric_limits<std::int32_t>::min();
-    }
-    return static_cast<std::int32_t>(v);
-}
-
-}  // namespace
 
 int velmofusion::input_raw_data(int type, const float* data, long long timestamp) {
     if (data == nullptr) {
@@ -50,7 +29,7 @@ int velmofusion::input_raw_data(int type, const float* data, long long timestamp
         return 0;
     }
     if (type == kInputButton) {
-        button_state = truncate_to_int32(data[0]);
+        button_state = saturating_trunc(data[0]);
         const std::int32_t mode = fusiond_mode.load(std::memory_order_relaxed);
         if ((button_state & kButtonMouseMode) != 0 && mode == kModeMouse) {
             fusiond_mode.store(kModeCalibrate, std::memory_order_relaxed);

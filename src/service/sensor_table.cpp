@@ -2,9 +2,6 @@
 
 #include <android/log.h>
 
-#include <cmath>
-#include <limits>
-
 #include "imu/calibration.h"
 #include "imu/gestures.h"
 #include "pointing/mouse_object.h"
@@ -86,21 +83,6 @@ void run_detectors(std::uint32_t enabled, const Detector (&detectors)[N],
 
 // Cycles logged after an enabling control call.
 constexpr std::int32_t kStartupLogCycles = 10;
-
-// float -> int32 truncating toward zero, saturating beyond the range (NaN
-// gives 0), as the truncation of the fixed outputs needs.
-std::int32_t saturating_trunc(float v) {
-    if (std::isnan(v)) {
-        return 0;
-    }
-    if (v >= 2147483648.0F) {
-        return std::numeric_limits<std::int32_t>::max();
-    }
-    if (v < -2147483648.0F) {
-        return std::numeric_limits<std::int32_t>::min();
-    }
-    return static_cast<std::int32_t>(v);
-}
 
 void copy3(float* dst, const float* src) {
     dst[0] = src[0];

@@ -1,7 +1,9 @@
 #pragma once
 // Constants and small helpers shared by the files of the fusion service.
 
+#include <cmath>
 #include <cstdint>
+#include <limits>
 
 namespace imu {
 
@@ -51,6 +53,22 @@ inline constexpr std::uint32_t kJoinPollUs = 1000;
 // The enable bit of a virtual sensor index; no bit outside 0 to 31.
 constexpr std::uint32_t index_bit(int index) {
     return index >= 0 && index < 32 ? 1U << static_cast<unsigned>(index) : 0U;
+}
+
+// float -> int32 truncating toward zero; NaN gives 0 and values beyond the
+// range saturate, so a garbage button word or fixed output has a defined
+// value.
+inline std::int32_t saturating_trunc(float v) {
+    if (std::isnan(v)) {
+        return 0;
+    }
+    if (v >= 2147483648.0F) {
+        return std::numeric_limits<std::int32_t>::max();
+    }
+    if (v < -2147483648.0F) {
+        return std::numeric_limits<std::int32_t>::min();
+    }
+    return static_cast<std::int32_t>(v);
 }
 
 // The engine's fusion mode, for the log lines.
