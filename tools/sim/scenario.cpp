@@ -64,7 +64,7 @@ const char* pose_name(HeldPose p) {
     return "?";
 }
 
-// The pose a step needs before it (nullptr: any) and the pose after it.
+// The pose a step needs before it (false: any).
 bool needs_pose(StepKind kind, HeldPose* needed) {
     switch (kind) {
         case StepKind::kPickUp:
@@ -81,20 +81,6 @@ bool needs_pose(StepKind kind, HeldPose* needed) {
             return true;
         default:
             return false;
-    }
-}
-
-HeldPose pose_after(StepKind kind, HeldPose before) {
-    switch (kind) {
-        case StepKind::kPickUp:
-            return HeldPose::kHand;
-        case StepKind::kLayFlat:
-        case StepKind::kFaceUp:
-            return HeldPose::kFlat;
-        case StepKind::kFaceDown:
-            return HeldPose::kFaceDown;
-        default:
-            return before;
     }
 }
 
@@ -215,6 +201,20 @@ std::string step_names() {
 }
 
 }  // namespace
+
+HeldPose pose_after(StepKind kind, HeldPose before) {
+    switch (kind) {
+        case StepKind::kPickUp:
+            return HeldPose::kHand;
+        case StepKind::kLayFlat:
+        case StepKind::kFaceUp:
+            return HeldPose::kFlat;
+        case StepKind::kFaceDown:
+            return HeldPose::kFaceDown;
+        default:
+            return before;
+    }
+}
 
 ScenarioError::ScenarioError(const std::string& name, int line, const std::string& what)
     : std::runtime_error(name + (line > 0 ? ":" + std::to_string(line) : std::string()) + ": " +

@@ -74,6 +74,9 @@ private:
     int line_;
 };
 
+// The pose a phone is left in by a step that starts from before.
+HeldPose pose_after(StepKind kind, HeldPose before);
+
 // Parses a scenario; name is used in error messages. Throws ScenarioError.
 Scenario parse_scenario(std::istream& in, const std::string& name);
 

@@ -130,7 +130,7 @@ public:
                 turn_device({0.0, 1.0, 0.0}, -kPi, a0);
                 break;
         }
-        held_ = pose_after(step.kind);
+        held_ = pose_after(step.kind, held_);
     }
 
     EventStream finish() {
@@ -177,20 +177,6 @@ private:
                 break;
         }
         return pose(azimuth_deg, 0.0, 0.0);
-    }
-
-    HeldPose pose_after(StepKind kind) const {
-        switch (kind) {
-            case StepKind::kPickUp:
-                return HeldPose::kHand;
-            case StepKind::kLayFlat:
-            case StepKind::kFaceUp:
-                return HeldPose::kFlat;
-            case StepKind::kFaceDown:
-                return HeldPose::kFaceDown;
-            default:
-                return held_;
-        }
     }
 
     static std::string number(double v) {
