@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 #include <sstream>
 
 #include "sim/activity_sequences.h"
+#include "sim/gaussian.h"
 #include "sim/gesture_sequences.h"
 #include "sim/scenario.h"
 
@@ -30,30 +30,6 @@ struct Tick {
     double acc[3];
     double gyro[3];
     Quat truth;
-};
-
-// Standard normal numbers from mt19937 by Box-Muller, the same on every
-// platform for a seed.
-class Gaussian {
-public:
-    explicit Gaussian(std::uint32_t seed) : engine_(seed) {}
-    double next() {
-        if (has_spare_) {
-            has_spare_ = false;
-            return spare_;
-        }
-        const double u1 = (static_cast<double>(engine_()) + 1.0) / 4294967296.0;
-        const double u2 = static_cast<double>(engine_()) / 4294967296.0;
-        const double r = std::sqrt(-2.0 * std::log(u1));
-        spare_ = r * std::sin(2.0 * kPi * u2);
-        has_spare_ = true;
-        return r * std::cos(2.0 * kPi * u2);
-    }
-
-private:
-    std::mt19937 engine_;
-    double spare_ = 0.0;
-    bool has_spare_ = false;
 };
 
 Quat to_quat(const test::Quatd& q) { return {q.w, q.x, q.y, q.z}; }

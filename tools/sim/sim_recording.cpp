@@ -3,41 +3,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <random>
+
+#include "sim/gaussian.h"
 
 namespace imu::sim {
 namespace {
-
-constexpr double kTwoPi = 6.283185307179586;
 
 Vec3 unit(const Vec3& v) {
     const double n = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
     return {v.x / n, v.y / n, v.z / n};
 }
-
-// Standard normal numbers from mt19937 by Box-Muller: both are fully
-// specified, so a seed gives the same numbers everywhere.
-class Gaussian {
-public:
-    explicit Gaussian(std::uint32_t seed) : engine_(seed) {}
-    double next() {
-        if (has_spare_) {
-            has_spare_ = false;
-            return spare_;
-        }
-        const double u1 = (static_cast<double>(engine_()) + 1.0) / 4294967296.0;  // (0, 1]
-        const double u2 = static_cast<double>(engine_()) / 4294967296.0;          // [0, 1)
-        const double r = std::sqrt(-2.0 * std::log(u1));
-        spare_ = r * std::sin(kTwoPi * u2);
-        has_spare_ = true;
-        return r * std::cos(kTwoPi * u2);
-    }
-
-private:
-    std::mt19937 engine_;
-    double spare_ = 0.0;
-    bool has_spare_ = false;
-};
 
 void store(const Vec3& v, double sigma, Gaussian& noise, float out[3]) {
     const double n[3] = {noise.next(), noise.next(), noise.next()};
