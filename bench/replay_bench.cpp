@@ -7,36 +7,19 @@
 
 #include <string>
 
+#include "bench_recording.h"
 #include "imu-replay/options.h"
 #include "imu-replay/recording.h"
 #include "imu-replay/replay.h"
 #include "imu/host.h"
 #include "support/alloc_counter.h"
 #include "support/replay_csv.h"
-#include "sim/sim_recording.h"
 
 namespace {
 
-// A minute of turns about several axes with sensor noise.
-std::string minute_of_motion() {
-    using imu::sim::Frame;
-    imu::sim::SensorModel model;
-    model.acc_noise_mps2 = 0.05;
-    model.gyro_noise_rps = 0.003;
-    model.mag_noise_ut = 0.4;
-    imu::sim::Trajectory t(imu::sim::pose(40, 20, -10));
-    const imu::sim::Vec3 axes[] = {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
-    while (t.duration_s() < 60.0) {
-        for (const auto& axis : axes) {
-            t.turn(axis, 1.2, 0.5, Frame::kDevice).hold(1.0).turn(axis, -1.2, 0.5, Frame::kDevice);
-        }
-    }
-    return imu::test::event_stream_csv(record(t, model));
-}
-
 struct Setup {
     std::string root = imu::replay::make_temp_root();
-    std::string text = minute_of_motion();
+    std::string text = imu::test::event_stream_csv(imu::bench::minute_of_turns());
     imu::replay::ReplaySettings settings;
 
     Setup() {

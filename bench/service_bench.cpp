@@ -12,30 +12,14 @@
 #include <thread>
 #include <vector>
 
+#include "bench_recording.h"
 #include "imu/host.h"
 #include "imu/service.h"
 #include "service/velmofusion.h"
 #include "support/alloc_counter.h"
-#include "sim/sim_recording.h"
 #include "support/temp_root.h"
 
 namespace {
-
-// A closed loop of short turns about several axes, repeated end to end.
-std::vector<imu::sim::Sample> moving_recording() {
-    using imu::sim::Frame;
-    imu::sim::SensorModel model;
-    model.acc_noise_mps2 = 0.05;
-    model.gyro_noise_rps = 0.003;
-    model.mag_noise_ut = 0.4;
-    imu::sim::Trajectory t(imu::sim::pose(40, 20, -10));
-    const imu::sim::Vec3 axes[] = {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
-    for (const auto& axis : axes) {
-        t.turn(axis, 1.2, 0.4, Frame::kDevice).turn(axis, 0.6, 0.4, Frame::kDevice);
-        t.turn(axis, -0.6, 0.4, Frame::kDevice).turn(axis, -1.2, 0.4, Frame::kDevice);
-    }
-    return record(t, model);
-}
 
 // Reads and drops whatever the library writes into the mouse FIFO.
 class FifoDrain {
@@ -74,7 +58,7 @@ constexpr int kInterval = 5000000;  // ns, mode 2 takes intervals
 struct Setup {
     imu::test::TempRoot root;
     FifoDrain drain;
-    std::vector<imu::sim::Sample> rec = moving_recording();
+    std::vector<imu::sim::Sample> rec = imu::bench::turning_loop();
     std::size_t k = 0;
 
     Setup()
