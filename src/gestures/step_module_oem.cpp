@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "gestures/step_module_math.h"
+#include "gestures/step_module_stages.h"
 #include "imu/export.h"
 
 namespace imu::sam {
@@ -45,12 +46,11 @@ constexpr std::int32_t kInitialIntervalMs = 5000;
 constexpr std::int32_t kModuleCounter = 100;
 constexpr std::int32_t kInputLimit = 999999;  // beyond: the input reads as 15
 constexpr std::int32_t kOutOfRange = 15;
-constexpr std::int32_t kDecayBase = 800;
 constexpr std::int32_t kTimerWrapMs = 604800;
 constexpr std::int32_t kTotalWrap = 1000000000;
 constexpr std::int32_t kFirstSteps = 5;
 
-enum Stage : std::uint8_t { kIdle = 0, kRising = 1, kFalling = 2, kRejected = 10 };
+constexpr std::uint8_t kRejected = 10;
 
 std::int32_t param(const oem_1_sam_state& s, int p) { return s.param[p]; }
 
@@ -113,80 +113,22 @@ void count_step(oem_1_sam_state& s) {
     }
 }
 
-// The turn after the fall, with d the value at the turn.
-void judge(oem_1_sam_state& s, std::int32_t d) {
-    const std::int64_t stage_limit =
-        param(s, OEM_1_SAM_P_MAX_STAGE_MS) +
-        std::int64_t{s.step_gyro_max} * param(s, OEM_1_SAM_P_GYRO_WEIGHT_STAGE);
-    const bool passes = s.stage_ms >= param(s, OEM_1_SAM_P_MIN_STAGE_MS) &&
-                        s.stage_ms <= stage_limit &&
-                        s.interval_ms >= param(s, OEM_1_SAM_P_MIN_INTERVAL_MS) &&
-                        s.interval_ms <= param(s, OEM_1_SAM_P_MAX_INTERVAL_MS) &&
-                        std::int64_t{s.step_peak} - d <= param(s, OEM_1_SAM_P_MAX_DROP);
-    if (passes) {
-        push_newest_first(s.intervals_ms, s.since_step_ms);
-        if (rotation_present(s)) {
-            count_step(s);  // the length reads the interval timer
-        }
-        s.stage_ms = 0;
-        s.since_step_ms = 0;
+// A step that passes its tests: its interval is stored and, with the
+// gyroscope alive, it is counted (the length reads the interval timer).
+void on_step(oem_1_sam_state& s) {
+    push_newest_first(s.intervals_ms, s.since_step_ms);
+    if (rotation_present(s)) {
+        count_step(s);
     }
-    s.stage = kIdle;
-    s.interval_ms = 0;
+    s.since_step_ms = 0;
 }
 
-void run_stage(oem_1_sam_state& s, std::int32_t d, std::int32_t up, std::int32_t down) {
-    const bool too_strong =
-        d > param(s, OEM_1_SAM_P_MAX_D) || s.gyro_sq_mean > param(s, OEM_1_SAM_P_MAX_GYRO_MEAN);
-    switch (s.stage) {
-        case kIdle:
-            if (too_strong) {
-                s.stage = kRejected;
-            } else if (d > up) {
-                s.step_peak = d;
-                s.step_gyro_max = 0;
-                s.stage = kRising;
-                s.stage_ms = 0;
-            }
-            break;
-        case kRising: {
-            if (d > s.step_peak) {
-                s.step_peak = d;
-                s.stage_ms = 0;
-            }
-            s.step_gyro_max = max32(s.step_gyro_max, s.gyro_sq_mean);
-            const std::int64_t limit =
-                param(s, OEM_1_SAM_P_RISE_LIMIT_MS) +
-                std::int64_t{s.step_gyro_max} * param(s, OEM_1_SAM_P_GYRO_WEIGHT_STAGE);
-            if (too_strong) {
-                s.stage = kRejected;
-            } else if (s.stage_ms > limit) {
-                s.stage = kIdle;
-            } else if (d < down) {
-                s.stage = kFalling;
-            }
-            break;
-        }
-        case kFalling:
-            s.step_gyro_max = max32(s.step_gyro_max, s.gyro_sq_mean);
-            if (too_strong) {
-                s.stage = kRejected;
-            } else if (s.stage_ms > param(s, OEM_1_SAM_P_FALL_LIMIT_MS)) {
-                s.stage = kIdle;
-            } else if (s.previous_d < d) {
-                s.judged_stage_ms = s.stage_ms;
-                judge(s, d);
-            }
-            break;
-        case kRejected:
-            if (d < up) {
-                s.stage = kIdle;
-            }
-            break;
-        default:
-            s.stage = kIdle;
-            break;
-    }
+StepRules rules(const oem_1_sam_state& s) {
+    return {param(s, OEM_1_SAM_P_MAX_D),           param(s, OEM_1_SAM_P_MAX_GYRO_MEAN),
+            param(s, OEM_1_SAM_P_RISE_LIMIT_MS),   param(s, OEM_1_SAM_P_FALL_LIMIT_MS),
+            param(s, OEM_1_SAM_P_MIN_STAGE_MS),    param(s, OEM_1_SAM_P_MAX_STAGE_MS),
+            param(s, OEM_1_SAM_P_MIN_INTERVAL_MS), param(s, OEM_1_SAM_P_MAX_INTERVAL_MS),
+            param(s, OEM_1_SAM_P_MAX_DROP),        param(s, OEM_1_SAM_P_GYRO_WEIGHT_STAGE)};
 }
 
 std::int32_t wrap(std::int32_t v, std::int32_t limit) { return v > limit ? 0 : v; }
@@ -245,22 +187,14 @@ void oem_update(oem_1_sam_state& s, const std::int32_t* in, std::int32_t* out) n
                                    std::int64_t{param(s, OEM_1_SAM_P_GYRO_WEIGHT_D)} * g2);
 
     // up = max(peak * P4 / 100, P2); down = min(trough * P7 / 100, P5)
-    s.peak =
-        d > s.peak
-            ? d
-            : mul_div32(s.peak, kDecayBase - std::int64_t{param(s, OEM_1_SAM_P_PEAK_DECAY)} * dt,
-                        kDecayBase);
-    s.trough = d < s.trough
-                   ? d
-                   : mul_div32(s.trough,
-                               kDecayBase - std::int64_t{dt} * param(s, OEM_1_SAM_P_TROUGH_DECAY),
-                               kDecayBase);
+    s.peak = follow(s.peak, d, d > s.peak, param(s, OEM_1_SAM_P_PEAK_DECAY), dt);
+    s.trough = follow(s.trough, d, d < s.trough, param(s, OEM_1_SAM_P_TROUGH_DECAY), dt);
     const std::int32_t up = max32(mul_div32(s.peak, param(s, OEM_1_SAM_P_UP_PERCENT), 100),
                                   param(s, OEM_1_SAM_P_MIN_UP));
     const std::int32_t down = min32(mul_div32(s.trough, param(s, OEM_1_SAM_P_DOWN_PERCENT), 100),
                                     param(s, OEM_1_SAM_P_MAX_DOWN));
 
-    run_stage(s, d, up, down);
+    run_stage<kRejected>(s, d, up, down, rules(s), on_step);
     s.previous_d = d;
 
     s.stage_ms = wrap(s.stage_ms, kTimerWrapMs);

@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "gestures/step_module_math.h"
+#include "gestures/step_module_stages.h"
 #include "imu/export.h"
 
 namespace imu::sam {
@@ -29,23 +30,25 @@ static_assert(offsetof(pedometer_sam_state, stage) == 18 * kWordBytes, "state in
 static_assert(offsetof(pedometer_sam_state, count) == 19 * kWordBytes, "count in word 19");
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the state byte is word 18's low byte");
 
-constexpr std::int32_t kGravitySq = 96236;  // (9810 mm/s^2)^2 / 1000
-constexpr std::int32_t kDecayPerMs = 5;     // thresholds decay as (800 - 5 dt) / 800
-constexpr std::int32_t kDecayBase = 800;
+constexpr std::int32_t kGravitySq = 96236;      // (9810 mm/s^2)^2 / 1000
+constexpr std::int32_t kDecayPerMs = 5;         // thresholds decay as (800 - 5 dt) / 800
 constexpr std::int32_t kThresholdPercent = 75;  // of the peak or trough
 constexpr std::int32_t kMinUp = 10000;
 constexpr std::int32_t kMaxDown = -8000;
-constexpr std::int32_t kMaxD = 200000;        // above: too strong
-constexpr std::int32_t kMaxGyroMean = 70000;  // above: too strong
-constexpr std::int32_t kRiseLimitMs = 200;
-constexpr std::int32_t kFallLimitMs = 500;
-constexpr std::int32_t kMinStageMs = 30;
-constexpr std::int32_t kMaxStageMs = 150;
-constexpr std::int32_t kMinIntervalMs = 150;
-constexpr std::int32_t kMaxIntervalMs = 1500;
-constexpr std::int64_t kMaxDrop = 150000;  // peak of the step minus d at the turn
+constexpr std::uint8_t kRejected = 99;
 
-enum Stage : std::uint8_t { kIdle = 0, kRising = 1, kFalling = 2, kRejected = 99 };
+constexpr StepRules kRules = {
+    200000,  // max_d
+    70000,   // max_gyro_mean
+    200,     // rise_limit_ms
+    500,     // fall_limit_ms
+    30,      // min_stage_ms
+    150,     // max_stage_ms
+    150,     // min_interval_ms
+    1500,    // max_interval_ms
+    150000,  // max_drop
+    0,       // gyro_weight: the limits do not depend on the rotation
+};
 
 // mean += v / 4 - oldest / 4, then the history moves on by one.
 std::int32_t push_mean(std::int32_t (&history)[4], std::int32_t& mean, std::int32_t v) {
@@ -54,76 +57,7 @@ std::int32_t push_mean(std::int32_t (&history)[4], std::int32_t& mean, std::int3
     return mean;
 }
 
-// A new extreme replaces the old one; otherwise it decays toward zero.
-std::int32_t follow(std::int32_t extreme, std::int32_t d, bool beyond, std::int32_t dt) {
-    if (beyond) {
-        return d;
-    }
-    return mul_div32(extreme, kDecayBase - std::int64_t{kDecayPerMs} * dt, kDecayBase);
-}
-
-// The turn after the fall: the step counts if its stage, its interval and
-// its drop are plausible. Either way the candidate is over.
-void judge(pedometer_sam_state& s, std::int32_t d) {
-    s.judged_stage_ms = s.stage_ms;
-    const bool counts = s.stage_ms >= kMinStageMs && s.stage_ms <= kMaxStageMs &&
-                        s.interval_ms >= kMinIntervalMs && s.interval_ms <= kMaxIntervalMs &&
-                        std::int64_t{s.step_peak} - d <= kMaxDrop;
-    s.stage = kIdle;
-    s.interval_ms = 0;
-    if (counts) {
-        s.count = add32(s.count, 1);
-        s.stage_ms = 0;
-    }
-}
-
-void run_stage(pedometer_sam_state& s, std::int32_t d, std::int32_t up, std::int32_t down) {
-    const bool too_strong = d > kMaxD || s.gyro_sq_mean > kMaxGyroMean;
-    switch (s.stage) {
-        case kIdle:
-            if (too_strong) {
-                s.stage = kRejected;
-            } else if (d > up) {
-                s.step_peak = d;
-                s.step_gyro_max = 0;
-                s.stage = kRising;
-                s.stage_ms = 0;
-            }
-            break;
-        case kRising:
-            if (d > s.step_peak) {
-                s.step_peak = d;
-                s.stage_ms = 0;
-            }
-            s.step_gyro_max = max32(s.step_gyro_max, s.gyro_sq_mean);
-            if (too_strong) {
-                s.stage = kRejected;
-            } else if (s.stage_ms > kRiseLimitMs) {
-                s.stage = kIdle;
-            } else if (d < down) {
-                s.stage = kFalling;
-            }
-            break;
-        case kFalling:
-            s.step_gyro_max = max32(s.step_gyro_max, s.gyro_sq_mean);
-            if (too_strong) {
-                s.stage = kRejected;
-            } else if (s.stage_ms > kFallLimitMs) {
-                s.stage = kIdle;
-            } else if (s.previous_d < d) {
-                judge(s, d);
-            }
-            break;
-        case kRejected:
-            if (d < up) {
-                s.stage = kIdle;
-            }
-            break;
-        default:
-            s.stage = kIdle;
-            break;
-    }
-}
+void count_step(pedometer_sam_state& s) { s.count = add32(s.count, 1); }
 
 }  // namespace
 
@@ -142,12 +76,12 @@ bool velmo_update(pedometer_sam_state& s, const std::int32_t* in) noexcept {
     const std::int32_t d = clamp32(std::int64_t{mean} - kGravitySq);
 
     // up = max(75% of the peak, 10000); down = min(75% of the trough, -8000)
-    s.peak = follow(s.peak, d, d > s.peak, dt);
-    s.trough = follow(s.trough, d, d < s.trough, dt);
+    s.peak = follow(s.peak, d, d > s.peak, kDecayPerMs, dt);
+    s.trough = follow(s.trough, d, d < s.trough, kDecayPerMs, dt);
     const std::int32_t up = max32(mul_div32(kThresholdPercent, s.peak, 100), kMinUp);
     const std::int32_t down = min32(mul_div32(kThresholdPercent, s.trough, 100), kMaxDown);
 
-    run_stage(s, d, up, down);
+    run_stage<kRejected>(s, d, up, down, kRules, count_step);
     s.previous_d = d;
     return true;
 }
