@@ -13,11 +13,6 @@ namespace {
 namespace ds = imu::data_service;
 static_assert(sizeof(calib_sensors_event) <= ds::kMaxRecordBytes);
 
-ds::ServiceParts parts(calibrator_data_service& s) {
-    return {&s.mutex,        s.socket_path, sizeof s.socket_path, s.latest.bytes,
-            sizeof s.latest, &s.running,    &s.receiver};
-}
-
 // Runs on the receiver thread after every datagram.
 void deliver(void* self, const unsigned char* latest) {
     auto* service = static_cast<calibrator_data_service*>(self);
@@ -35,10 +30,10 @@ void deliver(void* self, const unsigned char* latest) {
 
 calibrator_data_service::calibrator_data_service()
     : callback_set(0), callback(nullptr), mutex(), socket_path(), latest(), running(false) {
-    ds::init_service(parts(*this), imu::platform::FixedPath::kCalibratorSocket);
+    ds::init_service(ds::parts_of(*this), imu::platform::FixedPath::kCalibratorSocket);
 }
 
-calibrator_data_service::~calibrator_data_service() { ds::destroy_service(parts(*this)); }
+calibrator_data_service::~calibrator_data_service() { ds::destroy_service(ds::parts_of(*this)); }
 
 int calibrator_data_service::Init(VLEventCallback handler) {
     if (handler == nullptr) {
@@ -52,27 +47,27 @@ int calibrator_data_service::Init(VLEventCallback handler) {
 int calibrator_data_service::Exit() { return 0; }
 
 int calibrator_data_service::update_service_path(char* path) {
-    return ds::set_path(parts(*this), path);
+    return ds::set_path(ds::parts_of(*this), path);
 }
 
 int calibrator_data_service::creat_service_folder(char* path) { return ds::create_folder(path); }
 
 int calibrator_data_service::start_service() {
-    ds::start_receiver(parts(*this), &daemond_data_serviceThread, this);
+    ds::start_receiver(ds::parts_of(*this), &daemond_data_serviceThread, this);
     return 0;
 }
 
 int calibrator_data_service::stop_service() {
-    ds::stop_receiver(parts(*this));
+    ds::stop_receiver(ds::parts_of(*this));
     return 0;
 }
 
 int calibrator_data_service::get_data(calib_sensors_event* out) {
-    return ds::copy_latest(parts(*this), out);
+    return ds::copy_latest(ds::parts_of(*this), out);
 }
 
 int calibrator_data_service::send_clien_data(calib_sensors_event* rec) {
-    return ds::send_record(parts(*this), rec);
+    return ds::send_record(ds::parts_of(*this), rec);
 }
 
 int calibrator_data_service::daemond_data_serviceThread(void* self) {
@@ -80,5 +75,5 @@ int calibrator_data_service::daemond_data_serviceThread(void* self) {
 }
 
 int calibrator_data_service::pollSensors_server() {
-    return ds::run_receiver(parts(*this), &deliver, this);
+    return ds::run_receiver(ds::parts_of(*this), &deliver, this);
 }

@@ -10,41 +10,38 @@ namespace {
 namespace ds = imu::data_service;
 static_assert(sizeof(sensor_event) <= ds::kMaxRecordBytes);
 
-ds::ServiceParts parts(daemond_data_service& s) {
-    return {&s.mutex,        s.socket_path, sizeof s.socket_path, s.latest.bytes,
-            sizeof s.latest, &s.running,    &s.receiver};
-}
-
 }  // namespace
 
 VelmoBaseEvent::~VelmoBaseEvent() = default;
 
 daemond_data_service::daemond_data_service() : mutex(), socket_path(), latest(), running(false) {
-    ds::init_service(parts(*this), imu::platform::FixedPath::kServiceSocket);
+    ds::init_service(ds::parts_of(*this), imu::platform::FixedPath::kServiceSocket);
 }
 
-daemond_data_service::~daemond_data_service() { ds::destroy_service(parts(*this)); }
+daemond_data_service::~daemond_data_service() { ds::destroy_service(ds::parts_of(*this)); }
 
 int daemond_data_service::update_service_path(char* path) {
-    return ds::set_path(parts(*this), path);
+    return ds::set_path(ds::parts_of(*this), path);
 }
 
 int daemond_data_service::creat_service_folder(char* path) { return ds::create_folder(path); }
 
 int daemond_data_service::start_service() {
-    ds::start_receiver(parts(*this), &daemond_data_serviceThread, this);
+    ds::start_receiver(ds::parts_of(*this), &daemond_data_serviceThread, this);
     return 0;
 }
 
 int daemond_data_service::stop_service() {
-    ds::stop_receiver(parts(*this));
+    ds::stop_receiver(ds::parts_of(*this));
     return 0;
 }
 
-int daemond_data_service::get_data(sensor_event* out) { return ds::copy_latest(parts(*this), out); }
+int daemond_data_service::get_data(sensor_event* out) {
+    return ds::copy_latest(ds::parts_of(*this), out);
+}
 
 int daemond_data_service::send_clien_data(sensor_event* rec) {
-    return ds::send_record(parts(*this), rec);
+    return ds::send_record(ds::parts_of(*this), rec);
 }
 
 int daemond_data_service::daemond_data_serviceThread(void* self) {
@@ -52,5 +49,5 @@ int daemond_data_service::daemond_data_serviceThread(void* self) {
 }
 
 int daemond_data_service::pollSensors_server() {
-    return ds::run_receiver(parts(*this), nullptr, nullptr);
+    return ds::run_receiver(ds::parts_of(*this), nullptr, nullptr);
 }

@@ -36,6 +36,19 @@ struct ServiceParts {
     VelmoReceiverThread* receiver;
 };
 
+// The parts of a service class (daemond_data_service,
+// calibrator_data_service, touch_service): they share the field names.
+template <typename Service>
+ServiceParts parts_of(Service& s) {
+    return {&s.mutex,
+            s.socket_path,
+            sizeof s.socket_path,
+            reinterpret_cast<unsigned char*>(&s.latest),
+            sizeof s.latest,
+            &s.running,
+            &s.receiver};
+}
+
 // The constructors' shared part: mutex, path = the fixed socket path
 // (with the host root), not running, and the folder "/data/velmo".
 void init_service(const ServiceParts& s, platform::FixedPath socket);

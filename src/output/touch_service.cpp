@@ -61,16 +61,6 @@ constexpr int kGestureSteps = 200;
 constexpr int kStepMs = 2;        // pause after every frame of a gesture
 constexpr int kSpreadStart = 10;  // half the fingers' distance before the first step
 
-ds::ServiceParts parts(touch_service& s) {
-    return {&s.mutex,
-            s.socket_path,
-            sizeof s.socket_path,
-            reinterpret_cast<unsigned char*>(&s.latest),
-            sizeof s.latest,
-            &s.running,
-            &s.receiver};
-}
-
 void sleep_ms(int ms) {
     if (ms > 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(ms));
@@ -151,13 +141,13 @@ touch_service::touch_service()
       input_height(kInputHeight),
       device_width(kDeviceWidth),
       device_height(kDeviceHeight) {
-    ds::init_service(parts(*this), imu::platform::FixedPath::kTouchSocket);
+    ds::init_service(ds::parts_of(*this), imu::platform::FixedPath::kTouchSocket);
     touch.name = kDeviceName;
     touch.fd = -1;
     open_sensor(&touch);
 }
 
-touch_service::~touch_service() { ds::destroy_service(parts(*this)); }
+touch_service::~touch_service() { ds::destroy_service(ds::parts_of(*this)); }
 
 int touch_service::Init(VLEventCallback handler) {
     if (handler == nullptr) {
@@ -170,26 +160,28 @@ int touch_service::Init(VLEventCallback handler) {
 
 int touch_service::Exit() { return 0; }
 
-int touch_service::update_service_path(char* path) { return ds::set_path(parts(*this), path); }
+int touch_service::update_service_path(char* path) {
+    return ds::set_path(ds::parts_of(*this), path);
+}
 
 int touch_service::creat_service_folder(char* path) { return ds::create_folder(path); }
 
 int touch_service::start_service() {
-    ds::start_receiver(parts(*this), &pollSensors_server, this);
+    ds::start_receiver(ds::parts_of(*this), &pollSensors_server, this);
     return 0;
 }
 
 int touch_service::stop_service() {
-    ds::stop_receiver(parts(*this));
+    ds::stop_receiver(ds::parts_of(*this));
     return 0;
 }
 
 int touch_service::get_data(vl_touch_sensors_event* out) {
-    return ds::copy_latest(parts(*this), out);
+    return ds::copy_latest(ds::parts_of(*this), out);
 }
 
 int touch_service::send_clien_data(vl_touch_sensors_event* rec) {
-    return ds::send_record(parts(*this), rec);
+    return ds::send_record(ds::parts_of(*this), rec);
 }
 
 int touch_service::pollSensors_server(void* self) {
@@ -197,7 +189,7 @@ int touch_service::pollSensors_server(void* self) {
         return -EINVAL;
     }
     auto* service = static_cast<touch_service*>(self);
-    return ds::run_receiver(parts(*service), &handle_command, service);
+    return ds::run_receiver(ds::parts_of(*service), &handle_command, service);
 }
 
 int touch_service::open_sensor(touch_sensor_fd* dev) {
